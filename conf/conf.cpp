@@ -1,0 +1,237 @@
+#include "conf/conf.h"
+
+#include "framework/owned.h"
+#include "framework/xml.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iconv.h>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <optional>
+
+const char* const CConf::m_confPath = "./config/system_operation/conf.xml";
+
+namespace
+{
+
+constexpr const char* score_path = "//kavra_conf/myself_config/optimize_sorce";
+constexpr const char* count_path = "//kavra_conf/myself_config/optimize_num";
+constexpr const char* info_path = "//kavra_conf/service_optimize/info";
+
+// Held from load to save by every operation that writes: each of them replaces the whole file, so
+// overlapping ones would undo one another.
+std::mutex write_mutex;
+
+enum class Access { read, write };
+
+/// The one document cycle: load the file, select, work on the selection, save it if `access` is
+/// write, and give everything back in reverse order. False when nothing was selected, when `work`
+/// returns false (both without saving), or when the XML library throws.
+template <class Selected, class Work>
+bool run_cycle(Access access, Selected* (IXmlNode::*select)(const char*), const char* xpath,
+               Work work)
+{
+    std::unique_lock<std::mutex> lock(write_mutex, std::defer_lock);
+    if (access == Access::write) {
+        lock.lock();
+    }
+    try {
+        owned<IXmlDocument> document(newXmlDocument());
+        document->load(CConf::m_confPath);
+        owned<IXmlNode> root(document->root());
+        owned<Selected> selected((root.get()->*select)(xpath));
+        const bool done = selected && work(*selected);
+        if (done && access == Access::write) {
+            document->save(CConf::m_confPath);
+        }
+        // Not left to the guards: a release() that throws makes the operation fail.
+        give_back(selected);
+        give_back(root);
+        give_back(document);
+        return done;
+    } catch (const CLiteXmlException&) {
+        return false;
+    }
+}
+
+/// Runs a cycle over the service entries in document order; `visit` gets each entry and returns
+/// false to end the cycle without saving.
+template <class Visit>
+bool for_each_service(Access access, Visit visit)
+{
+    return run_cycle(access, &IXmlNode::selectNodes, info_path, [&visit](IXmlNodeList& list) {
+        const int count = list.count();
+        for (int position = 0; position < count; ++position) {
+            owned<IXmlNode> info(list.item(position));
+            if (!visit(*info)) {
+                return false;
+            }
+            give_back(info);
+        }
+        return true;
+    });
+}
+
+int to_number(const std::string& text)
+{
+    using limits = std::numeric_limits<int>;
+    const long number = std::strtol(text.c_str(), nullptr, 10);
+    return static_cast<int>(std::clamp<long>(number, limits::min(), limits::max()));
+}
+
+int number_attribute(IXmlNode& info, const char* name)
+{
+    return to_number(info.attribute(name)->value());
+}
+
+bool read_number(const char* xpath, unsigned int& number)
+{
+    unsigned int read = 0;
+    const bool done =
+        run_cycle(Access::read, &IXmlNode::selectSingleNode, xpath, [&read](IXmlNode& node) {
+            read = static_cast<unsigned int>(to_number(node.value()));
+            return true;
+        });
+    if (done) {
+        number = read;
+    }
+    return done;
+}
+
+/// Brings one entry in line with its live service; returns the state to list it with, or nothing
+/// when it is not to be listed.
+std::optional<int> reconcile(IXmlNode& info, const TServiceInfo& live)
+{
+    const bool off = live.level == "off";
+    const bool running = live.xinetd ? live.level == "on" : !off;
+    const int stored = number_attribute(info, "op");
+    if (!running && !off) {
+        return stored; // an xinetd state that is neither on nor off says nothing
+    }
+    // The levels recorded for a service that the module switched off must survive until it is
+    // restored, and an ignored service is left alone.
+    if (stored == (running ? OPT_IGNORED : OPT_OPTIMIZED)) {
+        return stored;
+    }
+    const OptimizeOperate state = running ? OPT_NONE : OPT_UNAVAILABLE;
+    info.attribute("op")->setValue(std::to_string(state).c_str());
+    info.attribute("level")->setValue(live.level.c_str());
+    info.attribute("xinetd")->setValue(live.xinetd ? "1" : "0");
+    return running ? std::optional<int>(state) : std::nullopt;
+}
+
+} // namespace
+
+bool CConf::GetOptimizeScore(unsigned int& score)
+{
+    return read_number(score_path, score);
+}
+
+bool CConf::GetOptimizeCount(unsigned int& count)
+{
+    return read_number(count_path, count);
+}
+
+bool CConf::SetOptimizeScore(unsigned int score)
+{
+    return run_cycle(Access::write, &IXmlNode::selectSingleNode, score_path,
+                     [score](IXmlNode& node) {
+                         node.setValue(std::to_string(score).c_str());
+                         return true;
+                     });
+}
+
+bool CConf::GetValidServiceList(const CServiceMap& services,
+                                std::vector<rpc::SystemOptimize_Item>& items)
+{
+    return for_each_service(Access::write, [&](IXmlNode& info) {
+        const auto live = services.find(info.attribute("name")->value());
+        if (live == services.end()) {
+            info.attribute("op")->setValue(std::to_string(OPT_UNAVAILABLE).c_str());
+            return true;
+        }
+        const std::optional<int> state = reconcile(info, live->second);
+        if (!state) {
+            return true;
+        }
+        const int id = number_attribute(info, "id");
+        std::unique_ptr<std::string> name(new (std::nothrow) std::string(live->first));
+        std::unique_ptr<std::string> desc(
+            new (std::nothrow) std::string(utf8_to_gbk(info.attribute("desc")->value())));
+        if (!name || !desc) {
+            return false;
+        }
+        items.push_back(
+            {static_cast<rpc::int32>(id), name.get(), desc.get(), static_cast<rpc::int32>(*state)});
+        name.release();
+        desc.release();
+        return true;
+    });
+}
+
+bool CConf::GetServiceFromConfigByOp(std::vector<ServiceOptimize>& services, OptimizeOperate op)
+{
+    return for_each_service(Access::read, [&](IXmlNode& info) {
+        if (number_attribute(info, "op") == op) {
+            // Braces read the attributes in this order.
+            services.push_back(ServiceOptimize{
+                number_attribute(info, "id"), info.attribute("name")->value(), op,
+                info.attribute("level")->value(), number_attribute(info, "xinetd") != 0});
+        }
+        return true;
+    });
+}
+
+bool CConf::ModifyOpByIds(const std::vector<int>& ids, OptimizeOperate op)
+{
+    const std::string state = std::to_string(op);
+    return for_each_service(Access::write, [&](IXmlNode& info) {
+        if (number_attribute(info, "op") == OPT_UNAVAILABLE) {
+            return true;
+        }
+        const int id = number_attribute(info, "id");
+        for (const int wanted : ids) {
+            if (wanted == id) {
+                info.attribute("op")->setValue(state.c_str());
+            }
+        }
+        return true;
+    });
+}
+
+bool CConf::FindServiceById(const std::vector<ServiceOptimize>& services, int id,
+                            ServiceOptimize& found)
+{
+    const auto match = std::find_if(services.begin(), services.end(),
+                                    [id](const ServiceOptimize& entry) { return entry.id == id; });
+    if (match == services.end()) {
+        return false;
+    }
+    found = *match;
+    return true;
+}
+
+std::string CConf::utf8_to_gbk(const std::string& text)
+{
+    // GBK needs at most two bytes for what UTF-8 writes in at least one, so the zeros behind the
+    // output never run out.
+    std::size_t left = std::strlen(text.c_str());
+    std::size_t room = 4 * left;
+    const std::unique_ptr<char[]> gbk(left == 0 ? nullptr : new (std::nothrow) char[room]());
+    if (!gbk) {
+        return {};
+    }
+    const iconv_t converter = iconv_open("GBK", "UTF-8");
+    if (converter == reinterpret_cast<iconv_t>(-1)) {
+        return {};
+    }
+    char* from = const_cast<char*>(text.c_str()); // iconv does not write through it
+    char* to = gbk.get();
+    iconv(converter, &from, &left, &to, &room);
+    iconv_close(converter);
+    return gbk.get();
+}

@@ -1,0 +1,202 @@
+#include "service/redhat_service.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string_view>
+#include <sys/wait.h>
+
+namespace
+{
+
+/// Words of a line, separated by white space.
+class Words
+{
+public:
+    explicit Words(std::string_view line) : m_rest(line) {}
+
+    /// The next word; empty when none is left.
+    std::string_view next()
+    {
+        constexpr std::string_view blanks = " \t\n\v\f\r";
+        m_rest.remove_prefix(std::min(m_rest.find_first_not_of(blanks), m_rest.size()));
+        const std::string_view word = m_rest.substr(0, m_rest.find_first_of(blanks));
+        m_rest.remove_prefix(word.size());
+        return word;
+    }
+
+    /// What follows the last word.
+    std::string_view rest() const { return m_rest; }
+
+private:
+    std::string_view m_rest;
+};
+
+/// A line of a service with run levels: the name, then "0:off" or "0:on" and so on.
+void add_run_level_service(Words words, CServiceMap& services)
+{
+    const std::string name(words.next());
+    if (name.empty()) {
+        return;
+    }
+    std::string level;
+    for (char digit = '0'; digit <= '5'; ++digit) {
+        const std::string_view word = words.next();
+        if (word.size() >= 4 && word.substr(2, 2) == "on") {
+            level += digit;
+        }
+    }
+    services[name] = {level.empty() ? "off" : level, false};
+}
+
+/// A line of an xinetd service: the name with a colon, then the state word. The section's heading
+/// reads as one, too.
+void add_xinetd_service(Words words, CServiceMap& services)
+{
+    const std::string_view name = words.next();
+    const std::string_view state = words.next();
+    if (state.empty() || words.rest().empty()) {
+        return; // no state, or one that may be cut short
+    }
+    services[std::string(name.substr(0, name.size() - 1))] = {std::string(state), true};
+}
+
+/// Makes children print English words: "LC_ALL" is "en_US" while one of these lives and absent when
+/// the last one is gone, so that overlapping listings do not take it away from one another.
+class EnglishChildren
+{
+public:
+    EnglishChildren()
+    {
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        if (s_living++ == 0) {
+            setenv("LC_ALL", "en_US", 1);
+        }
+    }
+    ~EnglishChildren()
+    {
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        if (--s_living == 0) {
+            unsetenv("LC_ALL");
+        }
+    }
+    EnglishChildren(const EnglishChildren&) = delete;
+    EnglishChildren& operator=(const EnglishChildren&) = delete;
+
+private:
+    static inline std::mutex s_mutex; // held only while the environment changes
+    static inline int s_living = 0;
+};
+
+struct PipeCloser {
+    void operator()(std::FILE* pipe) const noexcept { pclose(pipe); }
+};
+
+/// Whether the shell takes the text as it stands, as (part of) one word that is no option. What the
+/// configuration file holds is data and never becomes shell text.
+bool is_plain(std::string_view text)
+{
+    constexpr std::string_view interpreted = "'\"\\$&;|<>(){}[]*?~#!^=`";
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte <= ' ' || byte == 0x7F || interpreted.find(character) != std::string_view::npos) {
+            return false;
+        }
+    }
+    return text.empty() || text.front() != '-';
+}
+
+/// Writes the command to standard output and runs it through the shell; true when it exits with 0.
+bool run(const std::string& command)
+{
+    std::puts(command.c_str());
+    std::fflush(stdout);
+    const int status = std::system(command.c_str());
+    return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+bool set_run_levels(const std::string& name, const std::string& level, const char* state)
+{
+    return is_plain(name) && is_plain(level) &&
+           run("chkconfig --level " + level + " " + name + " " + state);
+}
+
+bool set_xinetd_disable(const std::string& name, const char* disable)
+{
+    const bool is_file_name =
+        !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+    return is_file_name && is_plain(name) &&
+           run(std::string(R"(sed -i 's/\(^.*disable.*=.*\)\( .*$\)/\1 )") + disable +
+               "/g' /etc/xinetd.d/" + name);
+}
+
+} // namespace
+
+void AddListedService(const char* line, CServiceMap& services)
+{
+    const Words words(line);
+    if (std::strstr(line, "0:") != nullptr) {
+        add_run_level_service(words, services);
+    } else {
+        add_xinetd_service(words, services);
+    }
+}
+
+ILinuxSystemService* ILinuxSystemService::instance()
+{
+    return new (std::nothrow) CRedhatService;
+}
+
+bool CRedhatService::GetSystemServiceList(CServiceMap& services)
+{
+    const EnglishChildren english;
+    const std::unique_ptr<std::FILE, PipeCloser> listing(
+        popen("chkconfig --list 2> /dev/null", "r"));
+    if (!listing) {
+        return false;
+    }
+    std::array<char, 256> line{};
+    while (std::fgets(line.data(), line.size(), listing.get()) != nullptr) {
+        AddListedService(line.data(), services);
+        line.fill('\0');
+    }
+    return true;
+}
+
+bool CRedhatService::OptimizeService(const std::string& name, const std::string& level, bool xinetd)
+{
+    if (level == "off") {
+        return true;
+    }
+    return xinetd ? SetXinetServiceOff(name) : SetServiceOff(name, level);
+}
+
+bool CRedhatService::RestoreService(const std::string& name, const std::string& level, bool xinetd)
+{
+    return xinetd ? SetXinetServiceOn(name) : SetServiceOn(name, level);
+}
+
+bool CRedhatService::SetServiceOn(const std::string& name, const std::string& level)
+{
+    return set_run_levels(name, level, "on");
+}
+
+bool CRedhatService::SetServiceOff(const std::string& name, const std::string& level)
+{
+    return set_run_levels(name, level, "off");
+}
+
+bool CRedhatService::SetXinetServiceOn(const std::string& name)
+{
+    return set_xinetd_disable(name, "no");
+}
+
+bool CRedhatService::SetXinetServiceOff(const std::string& name)
+{
+    return set_xinetd_disable(name, "yes");
+}
