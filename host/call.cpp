@@ -1,0 +1,86 @@
+#include "host/call.h"
+
+#include <cstring>
+#include <new>
+
+namespace host
+{
+
+namespace
+{
+
+constexpr std::uint32_t header_size = 4;
+
+/// The reply in a block, or null when it holds none.
+owned<Message> decode(const fwbase::IDataBlock& block)
+{
+    owned<Message> message(new Message(""));
+    if (message->read(block.data(), block.size()) == 0 || !message->is_reply()) {
+        return nullptr;
+    }
+    return message;
+}
+
+class Command final : public rpc::ICommand
+{
+public:
+    explicit Command(const std::function<void(const Message&)>& on_item) : m_on_item(on_item) {}
+
+    ec::EC reply(ec::EC code, fwbase::IDataBlock* block) override
+    {
+        const owned<fwbase::IDataBlock> taken(block);
+        const owned<Message> message = decode(*taken);
+        if (!message) {
+            return 0;
+        }
+        m_on_item(*message);
+        return code;
+    }
+
+private:
+    const std::function<void(const Message&)>& m_on_item;
+};
+
+} // namespace
+
+owned<fwbase::IDataBlock> make_call_block(rpc::IRequest& request)
+{
+    const std::uint32_t size = request.size();
+    fwbase::IDataBlock* made = nullptr;
+    if (!ec::succeeded(
+            fwbase::IFWBase::instance()->mem_manager()->new_block(made, header_size + size))) {
+        throw std::bad_alloc();
+    }
+    owned<fwbase::IDataBlock> block(made);
+    std::memset(block->buffer(), 0, header_size);
+    request.write(block->buffer() + header_size, size);
+    return block;
+}
+
+owned<Message> call(rpc::IIfaceRealize& interface, const std::string& operation,
+                    const Arguments& arguments, const std::function<void(const Message&)>& on_item,
+                    ec::EC& result)
+{
+    Message request(operation.c_str());
+    const auto add = [&request](unsigned type, const void* value) {
+        request.params()->add(Param::make(type, value, false).release());
+    };
+    const unsigned char flag = arguments.flag.value_or(false) ? 1 : 0;
+    if (arguments.flag) {
+        add(rpc::T_BOOL, &flag);
+    }
+    if (arguments.value) {
+        add(rpc::T_UINT32, &*arguments.value);
+    }
+    if (arguments.ids) {
+        add(rpc::T_UINT32_LIST, &*arguments.ids);
+    }
+
+    Command command(on_item);
+    fwbase::IDataBlock* out = nullptr;
+    result = interface.call_func(make_call_block(request).get(), out, &command);
+    const owned<fwbase::IDataBlock> reply(out);
+    return reply ? decode(*reply) : nullptr;
+}
+
+} // namespace host

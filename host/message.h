@@ -1,0 +1,128 @@
+// Messages of the reference host and their wire format.
+//
+// All integers are unsigned and little-endian; [] repeats as often as the count before it says.
+//
+//   message = 'Q' name-length:2 name params       a request; the name holds no NUL
+//           | 'R' code:4 params                   a reply
+//   params  = count:4 [ tag:1 value ]
+//   value   = byte:1                              T_BOOL
+//           | number:4                            T_UINT32
+//           | count:4 [ number:4 ]                T_UINT32_LIST
+//           | length:4 bytes                      T_STRING
+//           | count:4 [ params ]                  T_RECORD_LIST; records do not hold record lists
+//
+// A message ends with its last parameter: bytes behind it make it unreadable.
+#pragma once
+
+#include "framework/owned.h"
+#include "framework/rpc.h"
+
+#include <string>
+#include <vector>
+
+namespace host
+{
+
+class Params;
+class Reader;
+class Writer;
+
+/// A parameter that borrows its value object or owns it.
+class Param final : public rpc::IParam
+{
+public:
+    /// As rpc::IMsgFactory::new_param; null for a type that is none or a null value.
+    static owned<Param> make(unsigned type, const void* value, bool owns);
+    /// Null when the bytes are no parameter.
+    static owned<Param> read(Reader& reader, bool in_record);
+
+    const void* value() const override;
+    unsigned type() const override { return m_type; }
+    void release() override { delete this; }
+
+    void write(Writer& writer) const;
+
+    // The value in its own type; only for a parameter of that type.
+    rpc::int32 number() const { return *m_value.number; }
+    const std::vector<unsigned int>& numbers() const { return *m_value.numbers; }
+    const std::string& text() const { return *m_value.text; }
+    const std::vector<owned<Params>>& records() const { return m_records; }
+
+private:
+    using Records = std::vector<rpc::IParams*>;
+
+    Param() = default;
+    ~Param();
+
+    unsigned m_type = 0;
+    bool m_owns = false;
+    union {
+        const void* any = nullptr;
+        const unsigned char* flag;
+        const rpc::int32* number;
+        const std::vector<unsigned int>* numbers;
+        const std::string* text;
+        const Records* records;
+    } m_value;
+    std::vector<owned<Params>> m_records; // the containers of a T_RECORD_LIST
+};
+
+class Params final : public rpc::IParams
+{
+public:
+    void add(rpc::IParam* param) override;
+    void next(rpc::IParam*& param) override;
+    void release() override { delete this; }
+
+    void write(Writer& writer) const;
+    bool read(Reader& reader, bool in_record);
+
+    const std::vector<owned<Param>>& all() const { return m_params; }
+
+private:
+    std::vector<owned<Param>> m_params;
+    std::size_t m_next = 0;
+};
+
+class Message final : public rpc::IRequest
+{
+public:
+    /// A request.
+    explicit Message(const char* name) : m_name(name) {}
+    /// A reply.
+    explicit Message(ec::EC code) : m_is_reply(true), m_code(code) {}
+
+    /// 0 when `size` is too little.
+    std::uint32_t write(unsigned char* buffer, std::uint32_t size) override;
+    /// A message that could not be read is an empty request.
+    int read(const unsigned char* data, std::uint32_t size) override;
+    /// A message of 4 GiB or more gives the largest number.
+    std::uint32_t size() override;
+    void release() override { delete this; }
+    const char* func_name() override { return m_name.c_str(); }
+    rpc::IParams* params() override { return m_params.get(); }
+
+    bool is_reply() const { return m_is_reply; }
+    ec::EC code() const { return m_code; }
+    const std::vector<owned<Param>>& all() const { return m_params->all(); }
+
+private:
+    void write(Writer& writer) const;
+
+    bool m_is_reply = false;
+    std::string m_name;
+    ec::EC m_code = 0;
+    owned<Params> m_params{new Params};
+};
+
+/// Null for what cannot be made, lack of memory included.
+class MsgFactory final : public rpc::IMsgFactory
+{
+public:
+    rpc::IRequest* new_request(const char* name) override;
+    rpc::IRequest* new_reply(rpc::ICommand* command, ec::EC code) override;
+    rpc::IParams* new_record() override;
+    rpc::IParam* new_param(unsigned type, const void* value, int hand_over) override;
+};
+
+} // namespace host

@@ -1,0 +1,52 @@
+#include "framework/xml.h"
+#include "host/xml_document.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace
+{
+
+thread_local std::string last_error;
+
+/// The text on one line: a run of control characters and blanks becomes one blank, none at the
+/// ends.
+std::string one_line(const std::string& text)
+{
+    std::string line;
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) > ' ') {
+            line += c;
+        } else if (!line.empty() && line.back() != ' ') {
+            line += ' ';
+        }
+    }
+    line.resize(line.find_last_not_of(' ') + 1);
+    return line;
+}
+
+} // namespace
+
+CLiteXmlException::CLiteXmlException(std::string file, int line, std::string reason)
+    : m_file(std::move(file)), m_line(std::max(line, 0)), m_reason(one_line(reason)), m_what(m_file)
+{
+    if (m_line > 0) {
+        m_what += (m_what.empty() ? "" : ":") + std::to_string(m_line);
+    }
+    if (!m_reason.empty()) {
+        m_what += (m_what.empty() ? "" : ": ") + m_reason;
+    }
+    last_error = m_what;
+}
+
+CLiteXmlException::~CLiteXmlException() = default;
+
+const char* CLiteXmlException::what() const noexcept
+{
+    return m_what.c_str();
+}
+
+std::string host::take_last_xml_error()
+{
+    return std::exchange(last_error, std::string());
+}
