@@ -1,0 +1,95 @@
+#!/usr/bin/env bash
+# Installs what is missing of the packages that a purpose needs: build, test, asan or tsan.
+# The other scripts source this one. By hand: scripts/dependencies.sh PURPOSE...
+set -euo pipefail
+
+if command -v apt-get >/dev/null; then
+    manager=apt-get
+elif command -v dnf >/dev/null; then
+    manager=dnf
+else
+    echo 'neither apt-get nor dnf is here to install with; README.md names what the build needs' >&2
+    exit 1
+fi
+
+packages() {
+    case $manager:$1 in
+    apt-get:build) echo g++ cmake make libxml2-dev nlohmann-json3-dev ;;
+    apt-get:test) echo libgtest-dev libgmock-dev ;;
+    dnf:build)
+        echo gcc-c++ cmake make libxml2-devel json-devel diffutils gawk sed util-linux
+        ;;
+    dnf:test) echo gtest-devel gmock-devel ;;
+    dnf:asan) echo libasan libubsan ;;
+    dnf:tsan) echo libtsan ;;
+    # The C library's converters, on releases that have them in a package of their own.
+    apt-get:gbk) echo libc-gconv-modules-extra ;;
+    dnf:gbk) echo glibc-gconv-extra ;;
+    esac
+}
+
+is_installed() {
+    case $manager in
+    apt-get) [[ $(dpkg-query -W -f '${Status}' "$1" 2>/dev/null) == *' installed' ]] ;;
+    dnf) rpm -q --whatprovides "$1" >/dev/null 2>&1 ;;
+    esac
+}
+
+# Runs a command with its output in a log file, and shows that when the command fails.
+quietly() {
+    local log=$1 status=0
+    shift
+    mkdir -p "$(dirname "$log")"
+    "$@" >"$log" 2>&1 || status=$?
+    [[ $status -eq 0 ]] || cat "$log" >&2
+    return $status
+}
+
+as_root() {
+    if [[ $EUID -eq 0 ]]; then
+        "$@"
+    else
+        sudo "$@"
+    fi
+}
+
+install_packages() {
+    case $manager in
+    apt-get)
+        as_root apt-get -q update &&
+            as_root env DEBIAN_FRONTEND=noninteractive \
+                apt-get -qy install --no-install-recommends "$@"
+        ;;
+    dnf)
+        as_root dnf -qy install "$@" && return
+        # Clones of Red Hat Enterprise Linux keep some of them in EPEL and CRB, once PowerTools.
+        as_root dnf -qy install epel-release 'dnf-command(config-manager)' || true
+        as_root dnf config-manager --set-enabled crb ||
+            as_root dnf config-manager --set-enabled powertools || true
+        as_root dnf -qy install "$@"
+        ;;
+    esac
+}
+
+need() {
+    local purpose package missing=()
+    iconv -f GBK -t UTF-8 </dev/null >/dev/null 2>&1 || set -- "$@" gbk
+    for purpose; do
+        for package in $(packages "$purpose"); do
+            is_installed "$package" || missing+=("$package")
+        done
+    done
+    [[ ${#missing[@]} -ne 0 ]] || return 0
+
+    if [[ $EUID -ne 0 ]] && ! command -v sudo >/dev/null; then
+        echo "not root and no sudo; to be installed first: ${missing[*]}" >&2
+        exit 1
+    fi
+    echo "Installing ${missing[*]}" >&2
+    quietly build/dependencies.log install_packages "${missing[@]}" || exit
+}
+
+if [[ ${BASH_SOURCE[0]} == "$0" ]]; then
+    cd "$(dirname "$(readlink -f "$0")")/.."
+    need "$@"
+fi
