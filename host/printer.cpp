@@ -44,11 +44,13 @@ public:
     {
         if (reply == nullptr) {
             std::fprintf(m_out, "no reply (result %s)\n", hexadecimal(result).c_str());
-            return;
+        } else {
+            outputs(*reply);
+            std::fprintf(m_out, "%s (code %s)\n",
+                         ec::succeeded(reply->code()) ? "success" : "failure",
+                         hexadecimal(reply->code()).c_str());
         }
-        outputs(*reply);
-        std::fprintf(m_out, "%s (code %s)\n", ec::succeeded(reply->code()) ? "success" : "failure",
-                     hexadecimal(reply->code()).c_str());
+        std::fflush(m_out);
     }
 
 private:
