@@ -3,11 +3,18 @@
 #include "rpc/result_codes.h"
 #include "rpc/system_option_s.h"
 
+#include <mutex>
+
 namespace rpc
 {
 
 namespace
 {
+
+// Held from the look at the machine or the file to the record of what was done, never while a reply
+// is sent. Without it a listing that was read before a switch would undo the record of that switch,
+// and with it the run levels to restore.
+std::mutex services_mutex;
 
 ec::EC result_of(bool done)
 {
@@ -44,14 +51,15 @@ ec::EC Optimize_Option::set_optimize_sorce(ICommand*, const rpc::int32& score)
 
 ec::EC Optimize_Option::ls_service(ICommand* cmd, std::vector<SystemOptimize_Item>& items)
 {
-    CServiceMap services;
-    if (!m_service->GetSystemServiceList(services)) {
-        return operation_result::failure;
-    }
     std::vector<SystemOptimize_Item> records;
     const ItemStringsGuard unsent(records);
-    if (!CConf::GetValidServiceList(services, records)) {
-        return operation_result::failure;
+    {
+        const std::lock_guard<std::mutex> lock(services_mutex);
+        CServiceMap services;
+        if (!m_service->GetSystemServiceList(services) ||
+            !CConf::GetValidServiceList(services, records)) {
+            return operation_result::failure;
+        }
     }
     for (SystemOptimize_Item& record : records) {
         items.push_back(record);
@@ -95,14 +103,14 @@ ec::EC Optimize_Option::change_services(const Change& change, ICommand* cmd,
                                         std::vector<unsigned int>& out)
 {
     std::vector<int> done;
-    if (!SetOSService(ids, done, change.checkOnly, change.from)) {
-        return operation_result::failure;
-    }
-    if (done.empty()) {
-        return operation_result::success;
-    }
-    if (!CConf::ModifyOpByIds(done, change.to)) {
-        return operation_result::failure;
+    {
+        const std::lock_guard<std::mutex> lock(services_mutex);
+        if (!SetOSService(ids, done, change.checkOnly, change.from)) {
+            return operation_result::failure;
+        }
+        if (!done.empty() && !CConf::ModifyOpByIds(done, change.to)) {
+            return operation_result::failure;
+        }
     }
     for (const int id : done) {
         out.push_back(static_cast<unsigned int>(id));

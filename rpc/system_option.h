@@ -18,7 +18,9 @@ class CIfaceRealize_Optimize_Option;
 /// init, runs operations, and calls release.
 ///
 /// Every operation returns operation_result::success or ::failure and sets its out value only on
-/// success. Operations may run on several threads at once.
+/// success. Operations may run on several threads at once; the four service operations then wait
+/// for one another while they look at the machine and record what they did, but not while they
+/// reply.
 ///
 /// Lists are not returned but streamed: the four service operations send one reply per item through
 /// the interface object, each with an out list of that one item, and leave the out list empty. A
