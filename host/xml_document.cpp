@@ -343,6 +343,13 @@ xmlAttr* set_attribute(const Tree& tree, xmlNode* element, xmlNs* space, const x
                        const char* value)
 {
     const xmlChar* const text = tree.checked(value);
+    // Most of what a listing writes is there already: comparing is cheaper than writing.
+    xmlAttr* const old = xmlHasNsProp(element, name, space == nullptr ? nullptr : space->href);
+    const xmlNode* const content = old == nullptr ? nullptr : old->children;
+    if (content != nullptr && content->next == nullptr &&
+        xmlStrEqual(content->content, text) == 1) {
+        return old;
+    }
     const ErrorTrap trap;
     xmlAttr* const attribute = allocated(xmlSetNsProp(element, space, name, text));
     allocated(attribute->name);

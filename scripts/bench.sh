@@ -50,9 +50,10 @@ configure ids 1000
 echo 'Measuring ...'
 cd "$place"
 PATH=$place/bin:$PATH "$build/bin/optimize_bench" \
-    --benchmark_repetitions=15 --benchmark_min_time=0.1 \
+    --benchmark_repetitions=40 --benchmark_min_time=0.03 \
     --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
     --benchmark_context=file_system="$(df --output=fstype . | tail -n1)" \
-    --benchmark_out="$build/results.json" --benchmark_out_format=json "$@" >"$build.log"
+    --benchmark_out="$place/results.json" --benchmark_out_format=json "$@" >"$build.log"
+mv results.json "$build"
 cd "$root"
 python3 bench/report.py "$build/results.json" docs/performance.md docs/performance.svg
