@@ -101,7 +101,7 @@ def machine(context):
 
 def plot(median):
     """Cost over entries, both logarithmic: each operation a line, its floor a pale band below."""
-    left, right, top, bottom = 70, 620, 20, 380
+    left, right, top, bottom = 70, 595, 20, 380
     series = {
         figure: [median[f"{figure}/{size}"]["real_time"] for size in SIZES]
         for operation, *_ in OPERATIONS
