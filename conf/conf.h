@@ -28,10 +28,11 @@ struct ServiceOptimize {
 /// Typed reads and writes of the file. Every operation that touches the file loads it anew, and a
 /// writing one replaces it whole.
 ///
-/// All operations return false, and leave their out arguments as they were, when the file cannot be
-/// loaded or saved or lacks what the operation needs; a failed write leaves the file as it was.
-/// Text is UTF-8 unless said otherwise. A malformed number is no error: numbers are read as far as
-/// they go, no digits are 0, and what exceeds a signed 32-bit integer is cut to its limits.
+/// All operations return false when the file cannot be loaded or saved or lacks what the operation
+/// needs. Then a number or record to be set is as it was, and so is the file, unless what failed
+/// came after the new file had taken its place. Text is UTF-8 unless said otherwise. A malformed
+/// number is no error: numbers are read as far as they go, no digits are 0, and what exceeds a
+/// signed 32-bit integer is cut to its limits.
 ///
 /// Any operation may run on any thread. Writing ones wait for one another; reading ones see the
 /// file before or after a write, never between.

@@ -1,8 +1,9 @@
 // The host framework's XML library: a document, its nodes, and lists of nodes.
 //
-// Paths and texts are NUL-terminated; texts are UTF-8. Every failure is a CLiteXmlException and
-// nothing else. A document and what was obtained from it belong to one thread at a time; documents
-// are independent of one another. Nodes and lists are given back before their document.
+// Paths and texts are NUL-terminated; texts are UTF-8. Every failure is a CLiteXmlException, but
+// that memory which ends may also be std::bad_alloc. A document and what was obtained from it
+// belong to one thread at a time; documents are independent of one another. Nodes and lists are
+// given back before their document.
 #pragma once
 
 #include <exception>

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <getopt.h>
 #include <stdexcept>
 #include <string_view>
@@ -174,7 +175,7 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 File take_standard_output()
 {
     std::fflush(stdout);
-    const int copy = dup(STDOUT_FILENO);
+    const int copy = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1); // not for commands
     File out(copy < 0 ? nullptr : fdopen(copy, "w"));
     if (!out || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
         throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));

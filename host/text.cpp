@@ -1,6 +1,5 @@
 #include "host/text.h"
 
-#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <iconv.h>
@@ -61,13 +60,15 @@ std::string gbk_to_utf8(const std::string& gbk)
 
 std::string printable(std::string text)
 {
-    std::replace_if(
-        text.begin(), text.end(),
-        [](char character) {
-            const auto byte = static_cast<unsigned char>(character);
-            return byte < ' ' || byte == 0x7F;
-        },
-        '?');
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+        if (byte < ' ' || byte == 0x7F) {
+            text[i] = '?';
+        } else if (byte == 0xC2 && next >= 0x80 && next < 0xA0) { // U+0080 to U+009F
+            text.replace(i, 2, "?");
+        }
+    }
     return text;
 }
 

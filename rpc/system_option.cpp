@@ -13,7 +13,7 @@ namespace
 
 // Held from the look at the machine or the file to the record of what was done, never while a reply
 // is sent. Without it a listing that was read before a switch would undo the record of that switch,
-// and with it the run levels to restore.
+// and with it the run levels to restore; and one listing would take its locale from another.
 std::mutex services_mutex;
 
 ec::EC result_of(bool done)

@@ -3,6 +3,7 @@
 #include "rpc/result_codes.h"
 
 #include <type_traits>
+#include <utility>
 
 namespace rpc
 {
@@ -63,14 +64,23 @@ public:
     ParamAdder(IMsgFactory& factory, IParams& params) : m_factory(factory), m_params(params) {}
 
     /// The value must stay alive until the message has been serialised.
-    ParamAdder& borrowed(unsigned type, const void* value) { return add(type, value, 0); }
+    ParamAdder& borrowed(unsigned type, const void* value)
+    {
+        if (m_made) {
+            add(m_factory.new_param(type, value, 0));
+        }
+        return *this;
+    }
 
     /// Hands the string over; the pointer is null when the parameter has taken it.
     ParamAdder& handed_over(std::string*& text)
     {
-        add(T_STRING, text, 1);
         if (m_made) {
-            text = nullptr;
+            IParam* const param = m_factory.new_param(T_STRING, text, 1);
+            if (param != nullptr) {
+                text = nullptr; // before add(), which may throw and then has freed the string
+            }
+            add(param);
         }
         return *this;
     }
@@ -78,16 +88,12 @@ public:
     bool made() const { return m_made; }
 
 private:
-    ParamAdder& add(unsigned type, const void* value, int hand_over)
+    void add(IParam* param)
     {
+        m_made = param != nullptr;
         if (m_made) {
-            IParam* const param = m_factory.new_param(type, value, hand_over);
-            m_made = param != nullptr;
-            if (m_made) {
-                m_params.add(param);
-            }
+            m_params.add(param);
         }
-        return *this;
     }
 
     IMsgFactory& m_factory;
@@ -267,22 +273,23 @@ Impl::Encoded Impl::encode(const char* member, const char* arguments, ICommand* 
     }
 
     const std::uint32_t size = reply->size();
+    const FailurePlace place{this, member, arguments, __LINE__ + 1}; // of the check
     if (size >= max_reply_size) {
         reply.reset();
-        log_oversized_reply({this, member, arguments, __LINE__}, size);
+        log_oversized_reply(place, size);
         return {false, result::reply_too_large};
     }
     const ec::EC made = fwbase::IFWBase::instance()->mem_manager()->new_block(block, size);
     if (!ec::succeeded(made)) {
         return {false, made};
     }
-    if (reply->write(block->buffer(), size) != size) {
+    owned<Block> unfinished(std::exchange(block, nullptr));
+    if (reply->write(unfinished->buffer(), size) != size) {
         reply.reset();
-        block->release();
-        block = nullptr;
         return {false, result::short_write};
     }
-    block->set_size(size);
+    unfinished->set_size(size);
+    block = unfinished.release();
     return {true, made};
 }
 

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string_view>
 #include <sys/wait.h>
@@ -66,31 +65,19 @@ void add_xinetd_service(Words words, CServiceMap& services)
     services[std::string(name.substr(0, name.size() - 1))] = {std::string(state), true};
 }
 
-/// Makes children print English words: "LC_ALL" is "en_US" while one of these lives and absent when
-/// the last one is gone, so that overlapping listings do not take it away from one another.
+/// Makes children print English words while it lives: "LC_ALL" is "en_US", and absent afterwards.
 class EnglishChildren
 {
 public:
-    EnglishChildren()
-    {
-        const std::lock_guard<std::mutex> lock(s_mutex);
-        if (s_living++ == 0) {
-            setenv("LC_ALL", "en_US", 1);
-        }
-    }
-    ~EnglishChildren()
-    {
-        const std::lock_guard<std::mutex> lock(s_mutex);
-        if (--s_living == 0) {
-            unsetenv("LC_ALL");
-        }
-    }
+    EnglishChildren() : m_is_set(setenv("LC_ALL", "en_US", 1) == 0) {}
+    ~EnglishChildren() { unsetenv("LC_ALL"); }
     EnglishChildren(const EnglishChildren&) = delete;
     EnglishChildren& operator=(const EnglishChildren&) = delete;
 
+    bool is_set() const { return m_is_set; }
+
 private:
-    static inline std::mutex s_mutex; // held only while the environment changes
-    static inline int s_living = 0;
+    bool m_is_set;
 };
 
 struct PipeCloser {
@@ -154,9 +141,10 @@ ILinuxSystemService* ILinuxSystemService::instance()
 
 bool CRedhatService::GetSystemServiceList(CServiceMap& services)
 {
+    // Without English words every service would read as switched off.
     const EnglishChildren english;
     const std::unique_ptr<std::FILE, PipeCloser> listing(
-        popen("chkconfig --list 2> /dev/null", "r"));
+        english.is_set() ? popen("chkconfig --list 2> /dev/null", "r") : nullptr);
     if (!listing) {
         return false;
     }

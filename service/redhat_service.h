@@ -17,8 +17,9 @@ class CServiceMap : public std::map<std::string, TServiceInfo>
 {
 };
 
-/// Control of the machine's services. Operations may run on several threads; each blocks while the
-/// command that it runs does.
+/// Control of the machine's services. Each operation blocks while the command that it runs does.
+/// They change or hand on the environment of the process, so the caller keeps a listing from
+/// overlapping with another operation.
 class ILinuxSystemService
 {
 public:
