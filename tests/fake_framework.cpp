@@ -4,15 +4,16 @@
 #include "host/framework.h"
 #include "host/xml_document.h"
 
-#include <memory>
+#include <forward_list>
 
 namespace fake
 {
 
 Faults rpc_faults;
 Faults xml_faults;
-std::vector<std::string> xml_calls;
-std::vector<LogEntry> log_entries;
+Faults memory_faults;
+int xml_saves = 0;
+std::string run_log;
 
 ec::EC Command::reply(ec::EC code, fwbase::IDataBlock* block)
 {
@@ -28,19 +29,22 @@ ec::EC Command::reply(ec::EC code, fwbase::IDataBlock* block)
 namespace
 {
 
-class Request final : public rpc::IRequest
+bool fails(std::string_view call, ec::EC becomes)
+{
+    return rpc_faults.strike(call, becomes);
+}
+
+/// A reply that can be written short.
+class Reply final : public rpc::IRequest
 {
 public:
-    explicit Request(rpc::IRequest* real) : m_real(real) {}
+    explicit Reply(rpc::IRequest* real) : m_real(real) {}
 
     std::uint32_t write(unsigned char* buffer, std::uint32_t size) override
     {
-        return rpc_faults.strike("write") ? size - 1 : m_real->write(buffer, size);
+        return fails("write", 0x040C000B) ? size - 1 : m_real->write(buffer, size);
     }
-    int read(const unsigned char* data, std::uint32_t size) override
-    {
-        return rpc_faults.strike("read") ? 0 : m_real->read(data, size);
-    }
+    int read(const unsigned char*, std::uint32_t) override { return 0; }
     std::uint32_t size() override { return m_real->size(); }
     void release() override { delete this; }
     const char* func_name() override { return m_real->func_name(); }
@@ -50,215 +54,154 @@ private:
     owned<rpc::IRequest> m_real;
 };
 
-class Factory final : public rpc::IMsgFactory
-{
-public:
-    rpc::IRequest* new_request(const char* name) override
-    {
-        return rpc_faults.strike("new_request") ? nullptr : new Request(m_real.new_request(name));
-    }
-    rpc::IRequest* new_reply(rpc::ICommand* command, ec::EC code) override
-    {
-        return rpc_faults.strike("new_reply") ? nullptr
-                                              : new Request(m_real.new_reply(command, code));
-    }
-    rpc::IParams* new_record() override
-    {
-        return rpc_faults.strike("new_record") ? nullptr : m_real.new_record();
-    }
-    rpc::IParam* new_param(unsigned type, const void* value, int hand_over) override
-    {
-        return rpc_faults.strike("new_param") ? nullptr : m_real.new_param(type, value, hand_over);
-    }
-
-private:
-    host::MsgFactory m_real;
-};
-
-class Service final : public rpc::IRpcService
-{
-public:
-    explicit Service(void* real) : m_real(static_cast<rpc::IRpcService*>(real)) {}
-    rpc::IMsgFactory* msg_factory() override { return &m_factory; }
-    void release() override { delete this; }
-
-private:
-    owned<rpc::IRpcService> m_real;
-    Factory m_factory;
-};
-
+/// All of the framework's objects in one.
 class Framework final : public fwbase::IFWBase,
                         fwbase::IRunLog,
                         fwbase::IObjRegistry,
-                        fwbase::IMemManager
+                        fwbase::IMemManager,
+                        rpc::IRpcService,
+                        rpc::IMsgFactory
 {
-public:
     fwbase::IRunLog* run_log() override { return this; }
     fwbase::IObjRegistry* obj_registry() override { return this; }
     fwbase::IMemManager* mem_manager() override { return this; }
-
-private:
+    rpc::IMsgFactory* msg_factory() override { return this; }
+    void release() override { static_cast<rpc::IRpcService*>(m_rpc)->release(); }
+    void* alloc(std::size_t size) override { return real().mem_manager()->alloc(size); }
+    void free(void* storage) override { real().mem_manager()->free(storage); }
+    ec::EC new_block(fwbase::IDataBlock*& block, std::uint32_t size) override
+    {
+        return fails("new_block", 0x04020001) ? rpc_faults.code
+                                              : real().mem_manager()->new_block(block, size);
+    }
     void log(std::uint32_t type, const char* text, const char* where) override
     {
-        log_entries.push_back({type, text, where == nullptr ? "(null)" : where});
+        fake::run_log +=
+            std::to_string(type) + ' ' + text + " [" + (where ? where : "null") + "]\n";
     }
     ec::EC query(const char* name, void** object) override
     {
-        if (rpc_faults.strike("query")) {
-            return not_found;
+        if (fails("query", 0x04010001)) {
+            return rpc_faults.code;
         }
-        void* real = nullptr;
-        const ec::EC code = host::framework().obj_registry()->query(name, &real);
-        if (ec::succeeded(code)) {
-            *object = static_cast<rpc::IRpcService*>(new Service(real));
-        }
-        return code;
+        *object = static_cast<rpc::IRpcService*>(this);
+        return real().obj_registry()->query(name, &m_rpc);
     }
-    ec::EC new_block(fwbase::IDataBlock*& block, std::uint32_t size) override
+    rpc::IRequest* new_request(const char* name) override
     {
-        return rpc_faults.strike("new_block")
-                   ? no_block
-                   : host::framework().mem_manager()->new_block(block, size);
+        return fails("new_request", 0x040C0008) ? nullptr : m_factory.new_request(name);
     }
-    void* alloc(std::size_t size) override { return host::framework().mem_manager()->alloc(size); }
-    void free(void* storage) override { host::framework().mem_manager()->free(storage); }
+    rpc::IRequest* new_reply(rpc::ICommand* command, ec::EC code) override
+    {
+        return fails("new_reply", 0x040C0009) ? nullptr
+                                              : new Reply(m_factory.new_reply(command, code));
+    }
+    rpc::IParams* new_record() override
+    {
+        return fails("new_record", 0x040C0007) ? nullptr : m_factory.new_record();
+    }
+    rpc::IParam* new_param(unsigned type, const void* value, int hand_over) override
+    {
+        return fails("new_param", 0x040C0006) ? nullptr
+                                              : m_factory.new_param(type, value, hand_over);
+    }
+
+    static fwbase::IFWBase& real() { return host::framework(); }
+
+    void* m_rpc = nullptr;
+    host::MsgFactory m_factory;
 };
 
-// --- XML ---
-
-void xml_step(const std::string& call)
-{
-    const bool fails = xml_faults.strike(call.c_str());
-    xml_calls.push_back(fails ? call + "!" : call);
-    if (fails) {
-        throw CLiteXmlException("fake", 0, call);
-    }
-}
-
-template <class Interface>
-class Wrapper : public Interface
+/// A document, a node or a list of the reference host's. Insists on releases in reverse order.
+class Xml final : public IXmlDocument, public IXmlNode, public IXmlNodeList
 {
 public:
-    Wrapper(Interface* real, const char* what, bool is_owned = true)
-        : m_real(real), m_what(what), m_owned(is_owned)
+    explicit Xml(IXmlDocument* real) : m_document(real) {}
+    explicit Xml(IXmlNode* real) : m_node(real) {}
+    explicit Xml(IXmlNodeList* real) : m_list(real) {}
+
+    /// A wrapper that its user is to release, or null for null.
+    template <class Real>
+    static Xml* give_out(Real* real)
     {
+        if (real == nullptr) {
+            return nullptr;
+        }
+        Xml* const made = new Xml(real);
+        made->m_older = std::exchange(s_newest, made);
+        return made;
     }
     void release() override
     {
-        const std::string call = std::string("release ") + m_what;
+        EXPECT_EQ(s_newest, this);
+        s_newest = m_older;
         delete this;
-        xml_step(call);
+        step();
     }
-
-protected:
-    virtual ~Wrapper()
+    static void step()
     {
-        if (m_owned) {
-            m_real->release();
+        if (xml_faults.strike("XML")) {
+            throw CLiteXmlException("fake", 0, "fails");
         }
     }
-    Interface* m_real;
 
-private:
-    const char* m_what;
-    bool m_owned;
-};
-
-class Node final : public Wrapper<IXmlNode>
-{
-public:
-    using Wrapper::Wrapper;
-    ~Node() override = default;
-
-    IXmlNode* attribute(const char* name) override
-    {
-        xml_step("attribute");
-        m_attributes.push_back(std::make_unique<Node>(m_real->attribute(name), "attribute", false));
-        return m_attributes.back().get();
-    }
-    std::string value() override
-    {
-        xml_step("value");
-        return m_real->value();
-    }
-    void setValue(const char* text) override
-    {
-        xml_step("setValue");
-        m_real->setValue(text);
-    }
-    IXmlNodeList* selectNodes(const char* xpath) override;
-    IXmlNode* selectSingleNode(const char* xpath) override
-    {
-        xml_step("selectSingleNode");
-        IXmlNode* const node = m_real->selectSingleNode(xpath);
-        return node == nullptr ? nullptr : new Node(node, "node");
-    }
-
-private:
-    std::vector<std::unique_ptr<Node>> m_attributes;
-};
-
-class List final : public Wrapper<IXmlNodeList>
-{
-public:
-    using Wrapper::Wrapper;
-    IXmlNode* item(int position) override
-    {
-        xml_step("item");
-        return new Node(m_real->item(position), "item");
-    }
-    int count() override
-    {
-        xml_step("count");
-        return m_real->count();
-    }
-};
-
-IXmlNodeList* Node::selectNodes(const char* xpath)
-{
-    xml_step("selectNodes");
-    return new List(m_real->selectNodes(xpath), "list");
-}
-
-class Document final : public Wrapper<IXmlDocument>
-{
-public:
-    using Wrapper::Wrapper;
-    void load(const char* path) override
-    {
-        xml_step("load");
-        m_real->load(path);
-    }
-    IXmlNode* root() override
-    {
-        xml_step("root");
-        return new Node(m_real->root(), "root");
-    }
+    void load(const char* path) override { document().load(path); }
+    IXmlNode* root() override { return give_out(document().root()); }
     void save(const char* path) override
     {
-        xml_step("save");
-        m_real->save(path);
+        document().save(path);
+        ++xml_saves;
     }
+    IXmlNode* attribute(const char* name) override
+    {
+        return &m_attributes.emplace_front(node().attribute(name));
+    }
+    std::string value() override { return node().value(); }
+    void setValue(const char* text) override { node().setValue(text); }
+    IXmlNodeList* selectNodes(const char* path) override
+    {
+        return give_out(node().selectNodes(path));
+    }
+    IXmlNode* selectSingleNode(const char* path) override
+    {
+        return give_out(node().selectSingleNode(path));
+    }
+    IXmlNode* item(int position) override { return give_out(list().item(position)); }
+    int count() override { return list().count(); }
+
+private:
+    // The real object, once the call has not failed.
+    template <class Real>
+    static Real& unless_failed(const owned<Real>& real)
+    {
+        step();
+        return *real;
+    }
+    IXmlDocument& document() { return unless_failed(m_document); }
+    IXmlNode& node() { return unless_failed(m_node); }
+    IXmlNodeList& list() { return unless_failed(m_list); }
+
+    static inline Xml* s_newest = nullptr;
+    Xml* m_older = nullptr;
+    owned<IXmlDocument> m_document;
+    owned<IXmlNode> m_node;
+    owned<IXmlNodeList> m_list;
+    std::forward_list<Xml> m_attributes; // never released: they go with their element
 };
 
 } // namespace
 } // namespace fake
 
-namespace fwbase
-{
+std::uint32_t fwbase::IRunLog::ms_type_sign = 8;
 
-std::uint32_t IRunLog::ms_type_sign = 8;
-
-IFWBase* IFWBase::instance()
+fwbase::IFWBase* fwbase::IFWBase::instance()
 {
     static fake::Framework framework;
     return &framework;
 }
 
-} // namespace fwbase
-
 IXmlDocument* newXmlDocument()
 {
-    fake::xml_step("newXmlDocument");
-    return new fake::Document(host::new_xml_document(), "document");
+    fake::Xml::step();
+    return fake::Xml::give_out(host::new_xml_document());
 }

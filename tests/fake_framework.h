@@ -1,61 +1,59 @@
 // The framework that the module's objects meet in the tests: it forwards to the reference host's
-// objects, and makes one call fail on request.
+// objects, makes one call fail on request, and counts the objects made with new.
 #pragma once
 
-#include "framework/rpc.h"
 #include "host/message.h"
 
+#include <gtest/gtest.h>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace fake
 {
 
-/// Counts calls, and names the one that is to fail.
-class Faults
-{
-public:
-    Faults() { m_failed.reserve(64); } // no later allocation disturbs a test's balance
-    /// Lets the n-th call from now on fail; 0: none.
-    void arm(int n)
-    {
-        m_left = n;
-        m_failed.clear();
-    }
+/// Counts calls, and makes one of them fail.
+struct Faults {
+    int left = 0;            ///< the how manieth call from now on is to fail; 0: none
+    std::string_view failed; ///< name of the call that failed; empty when none did
+    ec::EC code = 0;         ///< what the module is to make of it
+
     /// Counts one call; true when it is to fail.
-    bool strike(const char* call)
+    bool strike(std::string_view call, ec::EC becomes = 0)
     {
-        if (m_left == 0 || --m_left != 0) {
+        if (left == 0 || --left != 0) {
             return false;
         }
-        m_failed = call;
+        failed = call;
+        code = becomes;
         return true;
     }
-    /// Name of the call that failed; empty when none did.
-    const std::string& failed() const { return m_failed; }
-
-private:
-    int m_left = 0;
-    std::string m_failed;
 };
 
-extern Faults rpc_faults; // null, zero, or a failure code
-extern Faults xml_faults; // CLiteXmlException
+extern Faults rpc_faults;    // null, zero, or a failure code
+extern Faults xml_faults;    // CLiteXmlException
+extern Faults memory_faults; // null from the non-throwing new
 
-/// What the XML objects were asked to do, in order: "load", "release root" and so on; a call
-/// that failed has a "!" behind it.
-extern std::vector<std::string> xml_calls;
+extern int xml_saves;
+extern std::string run_log; // "TYPE TEXT [WHERE]\n" per entry
+extern long living_objects; // made with new
 
-struct LogEntry {
-    std::uint32_t type;
-    std::string text;
-    std::string where;
-};
-extern std::vector<LogEntry> log_entries;
-
-/// Code of a block that could not be made, and of an object that was not found.
-constexpr ec::EC no_block = 0x04020001;
-constexpr ec::EC not_found = 0x04010001;
+/// Runs `attempt` with its first call failing, then with its second, and so on until none fails.
+/// Each time nothing that it made may be left.
+template <class Attempt>
+void sweep(Faults& faults, Attempt attempt)
+{
+    faults.failed = "none yet";
+    for (int n = 1; !faults.failed.empty(); ++n) {
+        SCOPED_TRACE("call " + std::to_string(n));
+        ASSERT_LT(n, 500);
+        const long before = living_objects;
+        faults = {n, {}, 0};
+        attempt();
+        EXPECT_EQ(living_objects, before) << faults.failed;
+    }
+    faults = {};
+}
 
 /// Collects the replies that an operation sends while it runs.
 class Command final : public rpc::ICommand
@@ -64,7 +62,7 @@ public:
     ec::EC reply(ec::EC code, fwbase::IDataBlock* block) override;
 
     std::vector<owned<host::Message>> replies;
-    int attempts = 0; ///< replies delivered or refused
+    std::size_t attempts = 0; ///< replies delivered or refused
 };
 
 } // namespace fake

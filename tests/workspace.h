@@ -1,12 +1,12 @@
-// A temporary working directory with its own configuration file and stand-in commands.
+// A temporary working directory with its own configuration file and commands, and calls as text.
 #pragma once
+
+#include "host/call.h"
 
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
-/// Works in a directory of its own, whose bin/ is at the front of the search path, and leaves the
-/// process as it was.
+/// Works in a directory of its own, whose bin/ is at the front of the search path.
 class Workspace : public testing::Test
 {
 protected:
@@ -18,21 +18,22 @@ protected:
     /// Puts commands into bin/ that append their command line to the file "ran" and exit with 1
     /// when it holds a line of the file "failing"; `chkconfig --list` prints the file "listing".
     static void install_stand_ins();
+    /// Copies the embedded machine.
+    static void install_machine();
 
     /// Writes a configuration with the score 85, the count 3 and the given <info> elements.
     static void write_conf(const std::string& infos);
-
     static void write(const std::string& path, const std::string& text);
     static std::string read(const std::string& path);
-    static bool exists(const std::string& path);
-
-    /// The command lines that the stand-ins ran, with blanks folded.
-    static std::vector<std::string> ran();
-
-    const std::string& directory() const { return m_directory; }
 
 private:
     std::string m_directory;
-    std::string m_previous_directory;
-    std::string m_previous_path;
 };
+
+/// A message's parameters, e.g. " =7 ids 1 2" or " list 1 0 name desc", records as id, op, name
+/// and description.
+std::string outputs(const host::Message& message);
+
+/// Runs a call, e.g. "ignore_service on 1 2"; its replies, e.g. "item ids 1; 80000000 ids", or
+/// "none 040C0001".
+std::string call(rpc::IIfaceRealize& interface, const std::string& line);
