@@ -242,7 +242,7 @@ owned<Param> Param::read(Reader& reader, bool in_record)
         std::vector<owned<Params>> containers;
         Records records;
         for (std::uint32_t left = reader.count(4); left != 0; --left) {
-            containers.emplace_back(new Params);
+            containers.push_back(owned<Params>(new Params));
             records.push_back(containers.back().get());
             if (!containers.back()->read(reader, true)) {
                 return nullptr;

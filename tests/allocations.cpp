@@ -1,5 +1,4 @@
-// Counts the objects made with new. The forms that are left out end in these, or, with a
-// sanitizer, balance among themselves.
+// Counts the objects made with new, and lets new fail on request.
 #include "tests/fake_framework.h"
 
 #include <cstdlib>
@@ -7,22 +6,34 @@
 
 long fake::living_objects = 0;
 
-void* operator new(std::size_t size)
+namespace
+{
+
+void* allocate(std::size_t size) noexcept
 {
     void* const storage = std::malloc(size);
-    if (storage == nullptr) {
-        throw std::bad_alloc();
-    }
-    ++fake::living_objects;
+    fake::living_objects += storage != nullptr;
     return storage;
+}
+
+} // namespace
+
+void* operator new(std::size_t size)
+{
+    void* const storage = fake::exhaustion.strike("new") ? nullptr : allocate(size);
+    return storage != nullptr ? storage : throw std::bad_alloc();
+}
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
-    return fake::memory_faults.strike("new") ? nullptr : operator new(size);
+    return fake::memory_faults.strike("new") ? nullptr : allocate(size);
 }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
 {
-    return fake::memory_faults.strike("new") ? nullptr : operator new[](size);
+    return fake::memory_faults.strike("new") ? nullptr : allocate(size);
 }
 
 void operator delete(void* storage) noexcept
@@ -35,6 +46,14 @@ void operator delete(void* storage, std::size_t) noexcept
     operator delete(storage);
 }
 void operator delete(void* storage, const std::nothrow_t&) noexcept
+{
+    operator delete(storage);
+}
+void operator delete[](void* storage) noexcept
+{
+    operator delete(storage);
+}
+void operator delete[](void* storage, std::size_t) noexcept
 {
     operator delete(storage);
 }

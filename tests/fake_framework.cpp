@@ -12,6 +12,7 @@ namespace fake
 Faults rpc_faults;
 Faults xml_faults;
 Faults memory_faults;
+Faults exhaustion;
 int xml_saves = 0;
 std::string run_log;
 
@@ -22,7 +23,7 @@ ec::EC Command::reply(ec::EC code, fwbase::IDataBlock* block)
     if (rpc_faults.strike("reply")) {
         return 0;
     }
-    replies.emplace_back(new host::Message(""));
+    replies.push_back(owned<host::Message>(new host::Message("")));
     return replies.back()->read(taken->data(), taken->size()) != 0 ? code : 0;
 }
 
@@ -38,7 +39,7 @@ bool fails(std::string_view call, ec::EC becomes)
 class Reply final : public rpc::IRequest
 {
 public:
-    explicit Reply(rpc::IRequest* real) : m_real(real) {}
+    explicit Reply(owned<rpc::IRequest> real) : m_real(std::move(real)) {}
 
     std::uint32_t write(unsigned char* buffer, std::uint32_t size) override
     {
@@ -93,8 +94,9 @@ class Framework final : public fwbase::IFWBase,
     }
     rpc::IRequest* new_reply(rpc::ICommand* command, ec::EC code) override
     {
-        return fails("new_reply", 0x040C0009) ? nullptr
-                                              : new Reply(m_factory.new_reply(command, code));
+        owned<rpc::IRequest> reply(
+            fails("new_reply", 0x040C0009) ? nullptr : m_factory.new_reply(command, code));
+        return reply ? new Reply(std::move(reply)) : nullptr;
     }
     rpc::IParams* new_record() override
     {

@@ -33,6 +33,7 @@ struct Faults {
 extern Faults rpc_faults;    // null, zero, or a failure code
 extern Faults xml_faults;    // CLiteXmlException
 extern Faults memory_faults; // null from the non-throwing new
+extern Faults exhaustion;    // std::bad_alloc from the other
 
 extern int xml_saves;
 extern std::string run_log; // "TYPE TEXT [WHERE]\n" per entry

@@ -315,6 +315,17 @@ TEST_F(InterfaceTest, ReplyOperationsSurviveEveryFailureOfTheFramework)
             EXPECT_EQ(ids.empty(), code != 0 && (ec::succeeded(sent) || sent == 0));
         });
     }
+    fake::sweep(fake::exhaustion, [&] {
+        const fake::Faults armed = std::exchange(fake::exhaustion, {});
+        Items items = two_items();
+        Command command;
+        fake::exhaustion = armed;
+        try {
+            m_interface.ret_ls_service(&command, success, items);
+        } catch (const std::bad_alloc&) { // passes through to the host
+        }
+        fake::exhaustion.left = 0;
+    });
     Command command;
     rpc::int32 value = 42;
     EXPECT_EQ(m_interface.ret_get_optimize_num(&command, success, value), success);
