@@ -44,13 +44,17 @@ protected:
     }
 };
 
-TEST_F(SystemTest, ModuleExportsOneSymbol)
+TEST_F(SystemTest, ModuleExportsOneSymbolAndLinksNoFurtherLibraries)
 {
     if (SANITIZE[0] != '\0') {
-        GTEST_SKIP() << "a sanitizer brings its own symbols";
+        GTEST_SKIP() << "a sanitizer brings its own symbols and libraries";
     }
     EXPECT_EQ(output_of("nm -D --defined-only " MODULE " | cut -d' ' -f2-"),
               "T rpc_ireal_Optimize_Option\n");
+    // Beside the framework: what the compiler links into every C++ program.
+    EXPECT_EQ(output_of("readelf -d " MODULE " | grep NEEDED | "
+                        "grep -vE 'lib(fwbase|stdc[+][+]|gcc_s|m|c|pthread)[.]so|ld-linux'"),
+              "");
 }
 
 TEST_F(SystemTest, ListsTheMachineInAnyLocale)
