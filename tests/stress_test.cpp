@@ -57,6 +57,8 @@ TEST_F(StressTest, ThreadsDoNotDisturbOneAnother)
             expect("get_optimize_sorce", "^80000000 =[1-8]$");
             expect("ignore_service on " + id, "^item ids " + id + "; 80000000 ids$");
             expect("ls_service", "list " + id + " 2 ");
+            expect("get_optimize_num", "^80000000 =3$");
+            expect("restore_other " + id, "^80000000 ids$");
             expect("ignore_service off " + id, "^item ids " + id + "; 80000000 ids$");
         }
     };
@@ -83,7 +85,9 @@ TEST_F(StressTest, StaysFlatOverManyCalls)
 {
     const host::Module module(MODULE);
     for (const char* const line :
-         {"get_optimize_sorce", "ls_reg", "optimize_other 1 2", "ignore_reg on 1 2"}) {
+         {"get_optimize_sorce", "get_optimize_num", "ls_reg", "ls_other", "optimize_reg 1 2",
+          "optimize_other 1 2", "restore_reg 1 2", "restore_other 1 2", "ignore_reg on 1 2",
+          "ignore_other on 1 2"}) {
         SCOPED_TRACE(line);
         expect_flat(is_sanitized ? 2000 : 100000, 256,
                     [&] { EXPECT_EQ(call(module.interface(), line).substr(0, 8), "80000000"); });
