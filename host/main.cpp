@@ -1,168 +1,32 @@
 // optimize_host: calls the operations of a module from the command line.
-#include "host/call.h"
 #include "host/module.h"
+#include "host/options.h"
 #include "host/printer.h"
+#include "host/text.h"
 #include "host/xml_document.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <getopt.h>
-#include <stdexcept>
 #include <string_view>
 #include <unistd.h>
 
 namespace
 {
 
-constexpr const char* help =
-    R"(Usage: optimize_host [--module FILE] [--json] OPERATION [ARGUMENT...]
-
-Loads an Optimize_Option module, calls one of its operations, and prints the replies as they arrive.
-The module works on ./config/system_operation/conf.xml and on the chkconfig and sed of the search
-path; what these print goes to standard error.
-
-Operations:
-  attributes                     the interface's name, id and description
-  operations                     the interface's operations
-  ls_service                     list the candidate services and their states
-  optimize_service ID...         switch services off
-  restore_service ID...          switch them back on
-  ignore_service on|off ID...    mark services as ignored, or take the mark away
-  get_optimize_sorce             read the score
-  set_optimize_sorce SCORE       write the score
-  get_optimize_num               read the count
-  ls_reg, ls_other, ...          the interface's other operations take what their likes above take
-
-Options:
-  -m, --module FILE   the module (default: rpc_ireal_Optimize_Option.so beside this program)
-  -j, --json          print one JSON object a line
-  -h, --help          print this help
-  -V, --version       print the version
-
-Exit status: 0 success, 1 the operation answered failure, 2 wrong usage, 3 no module or no reply.
-)";
+using host::Call;
+using host::Options;
+using host::UsageError;
 
 enum ExitStatus : int { success = 0, operation_failed = 1, wrong_usage = 2, no_reply = 3 };
 
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-rpc::int32 to_number(const std::string& text)
-{
-    const bool digits = !text.empty() && std::all_of(text.begin(), text.end(), [](char character) {
-        return character >= '0' && character <= '9';
-    });
-    errno = 0;
-    const unsigned long long number = digits ? std::strtoull(text.c_str(), nullptr, 10) : 0;
-    if (!digits || errno != 0 || number > UINT32_MAX) {
-        throw UsageError("'" + text + "' is not a number from 0 to 4294967295");
-    }
-    return static_cast<rpc::int32>(number);
-}
-
-bool to_flag(const std::string& text)
-{
-    if (text != "on" && text != "off") {
-        throw UsageError("'" + text + "' is neither on nor off");
-    }
-    return text == "on";
-}
-
-/// What an operation takes goes by the first word of its name.
-host::Arguments to_arguments(const std::string& operation, const std::vector<std::string>& words)
-{
-    const auto begins_with = [&operation](std::string_view word) {
-        return operation.compare(0, word.size(), word) == 0;
-    };
-    host::Arguments arguments;
-    auto word = words.begin();
-    const auto next = [&](const char* what) -> const std::string& {
-        if (word == words.end()) {
-            throw UsageError(operation + ": " + what + " is missing");
-        }
-        return *word++;
-    };
-    if (begins_with("set_")) {
-        arguments.value = to_number(next("the value"));
-    }
-    if (begins_with("ignore_")) {
-        arguments.flag = to_flag(next("on or off"));
-    }
-    if (begins_with("ignore_") || begins_with("optimize_") || begins_with("restore_")) {
-        arguments.ids = {to_number(next("the id"))};
-        while (word != words.end()) {
-            arguments.ids->push_back(to_number(*word++));
-        }
-    }
-    if (word != words.end()) {
-        throw UsageError(operation + ": '" + *word + "' is one argument too many");
-    }
-    return arguments;
-}
-
-struct Options {
-    std::string module;
-    bool json = false;
-    std::string operation;
-    std::vector<std::string> words;
-};
-
-std::string default_module()
-{
-    char path[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-    const std::string program(path, length < 0 ? 0 : static_cast<std::size_t>(length));
-    return program.substr(0, program.rfind('/') + 1) + "rpc_ireal_Optimize_Option.so";
-}
-
-/// False when everything asked for has been printed.
-bool parse(int argc, char** argv, Options& options)
-{
-    static const option long_options[] = {{"module", required_argument, nullptr, 'm'},
-                                          {"json", no_argument, nullptr, 'j'},
-                                          {"help", no_argument, nullptr, 'h'},
-                                          {"version", no_argument, nullptr, 'V'},
-                                          {nullptr, 0, nullptr, 0}};
-    options.module = default_module();
-    opterr = 0;
-    for (int letter = 0;
-         (letter = getopt_long(argc, argv, "+:m:jhV", long_options, nullptr)) != -1;) {
-        switch (letter) {
-        case 'm':
-            options.module = optarg;
-            break;
-        case 'j':
-            options.json = true;
-            break;
-        case 'h':
-            std::fputs(help, stdout);
-            return false;
-        case 'V':
-            std::puts("optimize_host " PROJECT_VERSION);
-            return false;
-        case ':':
-            throw UsageError(std::string(argv[optind - 1]) + ": the argument is missing");
-        default:
-            throw UsageError(std::string(argv[optind - 1]) + ": no such option");
-        }
-    }
-    if (optind == argc) {
-        throw UsageError("the operation is missing");
-    }
-    options.operation = argv[optind];
-    options.words.assign(argv + optind + 1, argv + argc);
-    return true;
-}
-
+/// One line, whatever the text holds.
 void complain(const std::string& text)
 {
-    std::fprintf(stderr, "optimize_host: %s\n", text.c_str());
+    std::fprintf(stderr, "optimize_host: %s\n", host::printable(text).c_str());
 }
 
 struct FileCloser {
@@ -170,51 +34,171 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-/// What standard output was. Standard output itself becomes standard error, since the module and
-/// its commands print to it.
+/// A private copy of a standard stream, which the module's commands do not inherit. The stream
+/// itself becomes the file that `replacement` is.
+File take_stream(int stream, int replacement, const char* mode, const char* name)
+{
+    const int copy = fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    File file(copy < 0 ? nullptr : fdopen(copy, mode));
+    if (!file || dup2(replacement, stream) < 0) {
+        throw std::runtime_error(std::string(name) + ": " + std::strerror(errno));
+    }
+    return file;
+}
+
+/// Replies are printed to the copy: the module and its commands print to standard output.
 File take_standard_output()
 {
     std::fflush(stdout);
-    const int copy = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1); // not for commands
-    File out(copy < 0 ? nullptr : fdopen(copy, "w"));
-    if (!out || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
-        throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));
-    }
-    return out;
+    return take_stream(STDOUT_FILENO, STDERR_FILENO, "w", "standard output");
 }
 
-ExitStatus run(const Options& options, rpc::IIfaceRealize& interface, host::Printer& printer)
+/// Calls are read from the copy: a command that reads its input must not swallow them.
+File take_standard_input()
+{
+    const File nothing(std::fopen("/dev/null", "r"));
+    return take_stream(STDIN_FILENO, nothing ? fileno(nothing.get()) : -1, "r", "standard input");
+}
+
+bool is_colored(std::FILE* out)
+{
+    const char* const refused = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    return isatty(fileno(out)) != 0 && (refused == nullptr || *refused == '\0') &&
+           terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+}
+
+/// The ids that were asked for and did not come back; those that did come in the same order.
+std::string missing_ids(const std::vector<unsigned int>& asked,
+                        const std::vector<unsigned int>& handled)
+{
+    std::string text;
+    auto next = handled.begin();
+    for (const unsigned int id : asked) {
+        if (next != handled.end() && *next == id) {
+            ++next;
+        } else {
+            text += " " + std::to_string(id);
+        }
+    }
+    return text;
+}
+
+/// Runs one call. `place` begins the complaints: where the call comes from.
+ExitStatus run(const Call& call, const std::string& place, rpc::IIfaceRealize& interface,
+               host::Printer& printer)
 {
     ex_std::vector<const rpc::IIfaceRealize::FAtt*> operations;
     interface.fatts(operations);
-    if (options.operation == "attributes") {
+    if (call.operation == "attributes") {
         printer.attributes(*interface.iatt());
         return success;
     }
-    if (options.operation == "operations") {
+    if (call.operation == "operations") {
         for (const rpc::IIfaceRealize::FAtt* const operation : operations) {
             printer.operation(*operation);
         }
         return success;
     }
+    std::vector<unsigned int> handled;
+    const auto on_item = [&](const host::Message& item) {
+        for (const owned<host::Param>& param : item.all()) {
+            if (param->type() == rpc::T_UINT32_LIST) {
+                handled.insert(handled.end(), param->numbers().begin(), param->numbers().end());
+            }
+        }
+        printer.item(item);
+    };
+    host::take_last_xml_error(); // of an earlier call
     ec::EC result = 0;
-    const owned<host::Message> reply = host::call(
-        interface, options.operation, to_arguments(options.operation, options.words),
-        [&printer](const host::Message& item) { printer.item(item); }, result);
+    const owned<host::Message> reply =
+        host::call(interface, call.operation, call.arguments, on_item, result);
     printer.end(result, reply.get());
+
+    const std::string subject = place + call.operation + ": ";
     if (!reply) {
         const bool known =
             std::any_of(operations.begin(), operations.end(),
-                        [&](const auto* entry) { return entry->name == options.operation; });
-        complain(options.operation + (known ? ": no reply" : ": no such operation"));
+                        [&call](const auto* entry) { return entry->name == call.operation; });
+        complain(subject + (known ? "no reply" : "no such operation"));
         return no_reply;
     }
     if (!ec::succeeded(reply->code())) {
         const std::string reason = host::take_last_xml_error();
-        complain(options.operation + ": " + (reason.empty() ? "failed" : reason));
+        complain(subject + (reason.empty() ? "failed" : reason));
         return operation_failed;
     }
+    if (call.arguments.ids) {
+        const std::string missing = missing_ids(*call.arguments.ids, handled);
+        if (!missing.empty()) {
+            complain(subject + "not handled:" + missing);
+        }
+    }
     return success;
+}
+
+/// A line of any length.
+class Line
+{
+public:
+    Line() = default;
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
+    ~Line() { std::free(m_text); }
+
+    /// False at the end and after an error.
+    bool read(std::FILE* in) { return (m_length = getline(&m_text, &m_capacity, in)) >= 0; }
+    std::string text() const { return {m_text, static_cast<std::size_t>(m_length)}; }
+
+private:
+    char* m_text = nullptr;
+    std::size_t m_capacity = 0;
+    ssize_t m_length = 0;
+};
+
+/// Runs the call of each line; the worst status of them.
+ExitStatus run_lines(std::FILE* in, rpc::IIfaceRealize& interface, host::Printer& printer)
+{
+    ExitStatus worst = success;
+    Line line;
+    for (int number = 1; line.read(in); ++number) {
+        const std::string place = "standard input:" + std::to_string(number) + ": ";
+        ExitStatus status = success;
+        try {
+            const std::vector<std::string> words = host::split(line.text());
+            if (!words.empty()) {
+                status = run(host::to_call(words), place, interface, printer);
+            }
+        } catch (const UsageError& error) {
+            complain(place + error.what());
+            printer.refused(error.what());
+            status = wrong_usage;
+        }
+        worst = std::max(worst, status);
+    }
+    if (std::ferror(in) != 0) {
+        throw std::runtime_error(std::string("standard input: ") + std::strerror(errno));
+    }
+    return worst;
+}
+
+ExitStatus run(const Options& options)
+{
+    // Wrong words are refused before anything is loaded.
+    const bool from_input = options.task == Options::Task::calls_from_input;
+    const Call call = from_input ? Call() : host::to_call(options.words);
+    const File in = from_input ? take_standard_input() : nullptr;
+    const File out = take_standard_output();
+    const std::unique_ptr<host::Printer> printer =
+        options.json ? host::json_printer(out.get())
+                     : host::table_printer(out.get(), is_colored(out.get()));
+    const host::Module module(options.module);
+    const ExitStatus status = from_input ? run_lines(in.get(), module.interface(), *printer)
+                                         : run(call, "", module.interface(), *printer);
+    if (std::fflush(out.get()) != 0 || std::ferror(out.get()) != 0) {
+        throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));
+    }
+    return status;
 }
 
 } // namespace
@@ -222,20 +206,17 @@ ExitStatus run(const Options& options, rpc::IIfaceRealize& interface, host::Prin
 int main(int argc, char** argv)
 {
     try {
-        Options options;
-        if (!parse(argc, argv, options)) {
+        const Options options = host::parse_options(argc, argv);
+        switch (options.task) {
+        case Options::Task::help:
+            std::fputs(host::help, stdout);
             return success;
+        case Options::Task::version:
+            std::puts("optimize_host " PROJECT_VERSION);
+            return success;
+        default:
+            return run(options);
         }
-        to_arguments(options.operation, options.words); // before anything is loaded
-        const File out = take_standard_output();
-        const std::unique_ptr<host::Printer> printer =
-            options.json ? host::json_printer(out.get()) : host::table_printer(out.get());
-        const host::Module module(options.module);
-        const ExitStatus status = run(options, module.interface(), *printer);
-        if (std::fflush(out.get()) != 0 || std::ferror(out.get()) != 0) {
-            throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));
-        }
-        return status;
     } catch (const UsageError& error) {
         complain(std::string(error.what()) + "; see optimize_host --help");
         return wrong_usage;

@@ -2,8 +2,8 @@
 
 #include "host/text.h"
 
+#include <algorithm>
 #include <array>
-#include <cinttypes>
 #include <nlohmann/json.hpp>
 
 namespace host
@@ -17,21 +17,42 @@ bool is(const owned<Param>& param, unsigned type)
     return param->type() == type;
 }
 
+/// Colours of a terminal, as the numbers of its SGR sequence.
+namespace style
+{
+constexpr const char* plain = nullptr;
+constexpr const char* heading = "1";
+constexpr const char* bad = "31";
+constexpr const char* good = "32";
+constexpr const char* noticed = "33";
+} // namespace style
+
+/// A state of a service, as people see it.
+struct State {
+    const char* name;
+    const char* color;
+};
+
+constexpr std::array<State, 4> states = {{{"none", style::plain},
+                                          {"optimized", style::good},
+                                          {"ignored", style::noticed},
+                                          {"unavailable", style::bad}}};
+
 class TablePrinter final : public Printer
 {
 public:
-    explicit TablePrinter(std::FILE* out) : m_out(out) {}
+    TablePrinter(std::FILE* out, bool colored) : m_out(out), m_colored(colored) {}
 
     void attributes(const rpc::IIfaceRealize::IAtt& attributes) override
     {
-        std::fprintf(m_out, "name         %s\nid           %s\ndescription  %s\n",
-                     printable(attributes.name).c_str(), printable(attributes.id).c_str(),
-                     printable(gbk_to_utf8(attributes.desc)).c_str());
+        line("name         " + printable(attributes.name));
+        line("id           " + printable(attributes.id));
+        line("description  " + printable(gbk_to_utf8(attributes.desc)));
     }
 
     void operation(const rpc::IIfaceRealize::FAtt& operation) override
     {
-        std::fprintf(m_out, "%s\n", printable(operation.name).c_str());
+        line(printable(operation.name));
     }
 
     void item(const Message& reply) override
@@ -43,58 +64,78 @@ public:
     void end(ec::EC result, const Message* reply) override
     {
         if (reply == nullptr) {
-            std::fprintf(m_out, "no reply (result %s)\n", hexadecimal(result).c_str());
+            line(painted(style::bad, "no reply") + " (result " + hexadecimal(result) + ")");
         } else {
             outputs(*reply);
-            std::fprintf(m_out, "%s (code %s)\n",
-                         ec::succeeded(reply->code()) ? "success" : "failure",
-                         hexadecimal(reply->code()).c_str());
+            line((ec::succeeded(reply->code()) ? painted(style::good, "success")
+                                               : painted(style::bad, "failure")) +
+                 " (code " + hexadecimal(reply->code()) + ")");
         }
         std::fflush(m_out);
+        m_has_heading = false;
     }
+
+    void refused(const std::string&) override {}
 
 private:
     void outputs(const Message& reply)
     {
         for (const owned<Param>& param : reply.all()) {
             if (is(param, rpc::T_UINT32)) {
-                std::fprintf(m_out, "%" PRIu32 "\n", param->number());
+                line(std::to_string(param->number()));
             } else if (is(param, rpc::T_UINT32_LIST)) {
                 for (const unsigned int id : param->numbers()) {
-                    header("%10s\n", "ID");
-                    std::fprintf(m_out, "%10u\n", id);
+                    heading(right("ID"));
+                    line(right(std::to_string(id)));
                 }
             } else if (is(param, rpc::T_RECORD_LIST)) {
                 for (const ServiceRow& row : service_rows(*param)) {
-                    header("%10s  %-20s  %-11s  %s\n", "ID", "NAME", "STATE", "DESCRIPTION");
-                    std::fprintf(m_out, "%10" PRIu32 "  %-20s  %-11s  %s\n", row.id,
-                                 printable(row.name).c_str(), state(row.op).c_str(),
-                                 printable(row.desc).c_str());
+                    heading(right("ID") + "  " + left("NAME", 20) + "  " + left("STATE", 11) +
+                            "  DESCRIPTION");
+                    line(right(std::to_string(row.id)) + "  " + left(printable(row.name), 20) +
+                         "  " + state(row.op) + "  " + printable(row.desc));
                 }
             }
         }
     }
 
-    /// Prints the heading once.
-    template <class... Columns>
-    void header(const char* format, Columns... columns)
+    void line(const std::string& text) { std::fprintf(m_out, "%s\n", text.c_str()); }
+
+    /// Once per call.
+    void heading(const std::string& text)
     {
-        if (!m_has_header) {
-            m_has_header = true;
-            std::fprintf(m_out, format, columns...);
+        if (!m_has_heading) {
+            m_has_heading = true;
+            line(painted(style::heading, text));
         }
     }
 
-    /// "0 none" and so on.
-    static std::string state(rpc::int32 op)
+    std::string painted(const char* color, const std::string& text) const
     {
-        constexpr std::array<const char*, 4> names = {"none", "optimized", "ignored",
-                                                      "unavailable"};
-        return std::to_string(op) + (op < names.size() ? std::string(" ") + names[op] : "");
+        const bool plain = !m_colored || color == style::plain;
+        return plain ? text : std::string("\x1B[") + color + "m" + text + "\x1B[0m";
+    }
+
+    /// "0 none" and so on, as wide as its column.
+    std::string state(rpc::int32 op) const
+    {
+        const State known = op < states.size() ? states[op] : State{"", style::plain};
+        return painted(known.color, left(std::to_string(op) + " " + known.name, 11));
+    }
+
+    static std::string left(std::string text, std::size_t width)
+    {
+        text.resize(std::max(text.size(), width), ' ');
+        return text;
+    }
+    static std::string right(const std::string& number)
+    {
+        return std::string(10 - std::min<std::size_t>(number.size(), 10), ' ') + number;
     }
 
     std::FILE* m_out;
-    bool m_has_header = false;
+    bool m_colored;
+    bool m_has_heading = false;
 };
 
 class JsonPrinter final : public Printer
@@ -126,6 +167,11 @@ public:
         } else {
             line(with_outputs({{"reply", "final"}, {"result", hexadecimal(result)}}, *reply));
         }
+    }
+
+    void refused(const std::string& reason) override
+    {
+        line({{"reply", "none"}, {"error", reason}});
     }
 
 private:
@@ -160,9 +206,9 @@ private:
 
 } // namespace
 
-std::unique_ptr<Printer> table_printer(std::FILE* out)
+std::unique_ptr<Printer> table_printer(std::FILE* out, bool colored)
 {
-    return std::make_unique<TablePrinter>(out);
+    return std::make_unique<TablePrinter>(out, colored);
 }
 
 std::unique_ptr<Printer> json_printer(std::FILE* out)

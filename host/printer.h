@@ -23,10 +23,12 @@ public:
     virtual void item(const Message& reply) = 0;
     /// The end of a call: its result code, and its reply if it got one.
     virtual void end(ec::EC result, const Message* reply) = 0;
+    /// A line of input that is no call.
+    virtual void refused(const std::string& reason) = 0;
 };
 
-/// An aligned table in UTF-8.
-std::unique_ptr<Printer> table_printer(std::FILE* out);
+/// An aligned table in UTF-8, in colours if asked for.
+std::unique_ptr<Printer> table_printer(std::FILE* out, bool colored);
 
 /// One JSON object a line; every line is valid for any bytes in names and descriptions.
 std::unique_ptr<Printer> json_printer(std::FILE* out);

@@ -96,9 +96,14 @@ echo 'The run levels are those of before.'
 heading 'An ignored service is left alone'
 run 'optimize_host ignore_service on 2'
 run 'optimize_host optimize_service 2'
-[[ $output == success* ]] || die 'the answer is not empty'
+expect '^success .* not handled: 2$'
 run 'chkconfig --list atd'
 expect '3:on.*4:on.*5:on'
+run 'optimize_host ignore_service off 2'
+
+heading 'Several calls, one loaded module, for a program'
+run "printf 'get_optimize_num\\nignore_service on 15 2\\n' | optimize_host --json -"
+expect '"value":3.*"ids":\[2\].*not handled: 15$'
 run 'optimize_host ignore_service off 2'
 
 heading 'What has changed in the configuration'

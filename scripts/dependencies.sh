@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing of the packages that a purpose needs: build, test, bench, asan or tsan.
+# Installs what is missing of the packages that a purpose needs: build, test, bench, package, asan or
+# tsan.
 # The other scripts source this one. By hand: scripts/dependencies.sh PURPOSE...
 set -euo pipefail
 
@@ -17,11 +18,13 @@ packages() {
     apt-get:build) echo g++ cmake make libxml2-dev nlohmann-json3-dev ;;
     apt-get:test) echo libgtest-dev libgmock-dev ;;
     apt-get:bench) echo libbenchmark-dev python3 ;;
+    apt-get:package) echo cpio dpkg-dev rpm ;;
     dnf:build)
         echo gcc-c++ cmake make libxml2-devel json-devel diffutils gawk sed util-linux
         ;;
     dnf:test) echo gtest-devel gmock-devel ;;
     dnf:bench) echo google-benchmark-devel python3 ;;
+    dnf:package) echo cpio dpkg rpm-build ;;
     dnf:asan) echo libasan libubsan ;;
     dnf:tsan) echo libtsan ;;
     # The C library's converters, on releases that have them in a package of their own.

@@ -1,0 +1,12 @@
+# Installs the sample configuration, unless one is there: that is the administrator's.
+if(NOT IS_ABSOLUTE "${DESTINATION}" AND CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(DESTINATION "/${DESTINATION}")
+elseif(NOT IS_ABSOLUTE "${DESTINATION}")
+  set(DESTINATION "${CMAKE_INSTALL_PREFIX}/${DESTINATION}")
+endif()
+set(configuration "${DESTINATION}/config/system_operation/conf.xml")
+if(EXISTS "$ENV{DESTDIR}${configuration}")
+  message(STATUS "Kept: $ENV{DESTDIR}${configuration}")
+else()
+  file(INSTALL "${SOURCE}" DESTINATION "${DESTINATION}")
+endif()
