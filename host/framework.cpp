@@ -61,7 +61,7 @@ public:
         if (!bytes) {
             return no_memory;
         }
-        DataBlock* const made = new (std::nothrow) DataBlock(std::move(bytes), size);
+        auto* const made = new (std::nothrow) DataBlock(std::move(bytes), size);
         if (made == nullptr) {
             return no_memory;
         }

@@ -17,7 +17,7 @@ public:
 
     void bytes(const void* data, std::size_t size)
     {
-        if (m_size + size <= m_room && size != 0) {
+        if (m_to != nullptr && m_size + size <= m_room && size != 0) {
             std::memcpy(m_to + m_size, data, size);
         }
         m_size += size;

@@ -117,43 +117,55 @@ struct Flaw {
     std::size_t offset;
 };
 
+/// The character that a text begins with, and its length in bytes; 0 when it is not UTF-8.
+struct Character {
+    unsigned int code;
+    std::size_t length;
+};
+
+Character first_character(std::string_view text)
+{
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned int lead = byte(0);
+    if (lead < 0x80) {
+        return {lead, 1};
+    }
+    const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    if (lead < 0xC2 || lead > 0xF4 || text.size() < length) {
+        return {0, 0};
+    }
+    unsigned int code = lead & (0x7FU >> length);
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xC0U) != 0x80) {
+            return {0, 0};
+        }
+        code = code << 6U | (byte(i) & 0x3FU);
+    }
+    const bool overlong = code < (length == 4 ? 0x10000U : length == 3 ? 0x800U : 0x80U);
+    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
+    if (overlong || surrogate || code > 0x10FFFF) {
+        return {0, 0};
+    }
+    return {code, length};
+}
+
 Flaw find_flaw(std::string_view text)
 {
-    constexpr const char* no_utf8 = "not UTF-8";
-    constexpr const char* forbidden = "a character that XML forbids";
-    std::size_t at = 0;
-    while (at < text.size()) {
-        const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[at + i]); };
-        const unsigned int lead = byte(0);
-        if (lead < 0x80) {
-            if (lead < ' ' && lead != '\t' && lead != '\n' && lead != '\r') {
-                return {lead == 0 ? "a NUL byte" : forbidden, at};
-            }
-            ++at;
-            continue;
+    for (std::size_t at = 0; at < text.size();) {
+        const auto [code, length] = first_character(text.substr(at));
+        if (length == 0) {
+            return {"not UTF-8", at};
         }
-        const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-        if (lead < 0xC2 || lead > 0xF4 || text.size() - at < length) {
-            return {no_utf8, at};
+        if (code == 0) {
+            return {"a NUL byte", at};
         }
-        unsigned int code = lead & (0x7FU >> length);
-        for (std::size_t i = 1; i < length; ++i) {
-            if ((byte(i) & 0xC0U) != 0x80) {
-                return {no_utf8, at};
-            }
-            code = code << 6U | (byte(i) & 0x3FU);
-        }
-        const bool overlong = code < (length == 4 ? 0x10000U : length == 3 ? 0x800U : 0x80U);
-        const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-        if (overlong || surrogate || code > 0x10FFFF) {
-            return {no_utf8, at};
-        }
-        if (code == 0xFFFE || code == 0xFFFF) {
-            return {forbidden, at};
+        const bool blank = code == '\t' || code == '\n' || code == '\r';
+        if ((code < ' ' && !blank) || code == 0xFFFE || code == 0xFFFF) {
+            return {"a character that XML forbids", at};
         }
         at += length;
     }
-    return {nullptr, at};
+    return {nullptr, text.size()};
 }
 
 int line_of(std::string_view text, std::size_t offset)

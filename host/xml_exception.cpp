@@ -27,7 +27,7 @@ std::string one_line(const std::string& text)
 
 } // namespace
 
-CLiteXmlException::CLiteXmlException(std::string file, int line, std::string reason)
+CLiteXmlException::CLiteXmlException(std::string file, int line, const std::string& reason)
     : m_file(std::move(file)), m_line(std::max(line, 0)), m_reason(one_line(reason)), m_what(m_file)
 {
     if (m_line > 0) {

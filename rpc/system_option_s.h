@@ -37,7 +37,7 @@ public:
 
     /// One entry of the function table.
     struct FInfo {
-        Handler handler;
+        Handler handler = nullptr;
         FAtt att;
     };
 
