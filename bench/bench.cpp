@@ -49,28 +49,25 @@ public:
     }
 };
 
-/// Calls an operation once, so that the files are as every later call finds them, and ends the
-/// program unless it succeeds.
-void require(const char* operation, const host::Arguments& arguments)
+/// The block of a call that was made once, so that the files are as every later call finds them.
+/// Ends the program unless it succeeded.
+owned<fwbase::IDataBlock> require(const host::Call& call)
 {
+    auto block = host::make_call_block(call);
     ec::EC result = 0;
-    const auto reply = host::call(
-        module(), operation, arguments, [](const auto&) {}, result);
+    const auto reply = host::run_call(
+        module(), *block, [](const auto&) {}, result);
     if (!reply || !ec::succeeded(reply->code())) {
-        std::fprintf(stderr, "%s failed in %s\n", operation, fs::current_path().c_str());
+        std::fprintf(stderr, "%s failed in %s\n", call.operation.c_str(),
+                     fs::current_path().c_str());
         std::exit(1);
     }
+    return block;
 }
 
-void measure_call(State& state, const char* operation, const host::Arguments& arguments = {})
+void measure_call(State& state, const host::Call& call)
 {
-    require(operation, arguments);
-    host::Message request(operation);
-    if (arguments.value) {
-        const rpc::int32* const value = &*arguments.value;
-        request.params()->add(host::Param::make(rpc::T_UINT32, value, false).release());
-    }
-    const auto block = host::make_call_block(request);
+    const auto block = require(call);
     Command command;
     const long before = allocations::made();
     for (auto _ : state) {
@@ -85,24 +82,24 @@ void measure_call(State& state, const char* operation, const host::Arguments& ar
 void get(State& state)
 {
     enter(std::to_string(state.range(0)));
-    measure_call(state, "get_optimize_sorce");
+    measure_call(state, {"get_optimize_sorce", {}});
 }
 
 void set(State& state)
 {
     enter(std::to_string(state.range(0)));
-    measure_call(state, "set_optimize_sorce", {{}, score, {}});
+    measure_call(state, {"set_optimize_sorce", {{}, score, {}}});
 }
 
 void list(State& state)
 {
     enter(std::to_string(state.range(0)));
-    measure_call(state, "ls_service");
+    measure_call(state, {"ls_service", {}});
 }
 
 void nothing(State& state)
 {
-    measure_call(state, "ls_reg");
+    measure_call(state, {"ls_reg", {}});
 }
 
 // --- Floors ---
@@ -254,8 +251,8 @@ int main(int argc, char** argv)
     module().init(nullptr);
     for (const char* const entries : {"10", "100", "1000", "10000"}) {
         enter(entries);
-        require("set_optimize_sorce", {{}, score, {}});
-        require("ls_service", {});
+        require({"set_optimize_sorce", {{}, score, {}}});
+        require({"ls_service", {}});
     }
     benchmark::RunSpecifiedBenchmarks();
     module().release();

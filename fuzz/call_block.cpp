@@ -1,7 +1,5 @@
 // A call block through the interface object, and its message through reading and writing.
 #include "fuzz/target.h"
-#include "host/framework.h"
-#include "host/message.h"
 #include "rpc/system_option_s.h"
 
 /// Takes replies, which must read as such.
@@ -23,13 +21,10 @@ int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
     // No service is ever switched: the first one is off, the second one's name is refused.
     Place::write_conf("<info id='1' level='off'/><info id='2' name='&amp;' op='1'/>"
                       "<info id='3' op='2'/>");
-    fwbase::IDataBlock* in = nullptr;
-    host::framework().mem_manager()->new_block(in, static_cast<std::uint32_t>(size));
-    const owned<fwbase::IDataBlock> block(in);
-    std::copy(data, data + size, in->buffer());
     Command command;
     fwbase::IDataBlock* out = nullptr;
-    const ec::EC code = rpc_ireal_Optimize_Option()->call_func(in, out, &command);
+    const ec::EC code = rpc_ireal_Optimize_Option()->call_func(
+        raw_block(std::string(data, data + size)).get(), out, &command);
     assert(ec::succeeded(code) == (out != nullptr));
     if (out != nullptr) {
         command.reply(code, out);

@@ -43,8 +43,23 @@ private:
 
 } // namespace
 
-owned<fwbase::IDataBlock> make_call_block(rpc::IRequest& request)
+owned<fwbase::IDataBlock> make_call_block(const Call& call)
 {
+    Message request(call.operation.c_str());
+    const auto add = [&request](unsigned type, const void* value) {
+        request.params()->add(Param::make(type, value, false).release());
+    };
+    const unsigned char flag = call.arguments.flag.value_or(false) ? 1 : 0;
+    if (call.arguments.flag) {
+        add(rpc::T_BOOL, &flag);
+    }
+    if (call.arguments.value) {
+        add(rpc::T_UINT32, &*call.arguments.value);
+    }
+    if (call.arguments.ids) {
+        add(rpc::T_UINT32_LIST, &*call.arguments.ids);
+    }
+
     const std::uint32_t size = request.size();
     fwbase::IDataBlock* made = nullptr;
     if (!ec::succeeded(
@@ -57,28 +72,12 @@ owned<fwbase::IDataBlock> make_call_block(rpc::IRequest& request)
     return block;
 }
 
-owned<Message> call(rpc::IIfaceRealize& interface, const std::string& operation,
-                    const Arguments& arguments, const std::function<void(const Message&)>& on_item,
-                    ec::EC& result)
+owned<Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
+                        const std::function<void(const Message&)>& on_item, ec::EC& result)
 {
-    Message request(operation.c_str());
-    const auto add = [&request](unsigned type, const void* value) {
-        request.params()->add(Param::make(type, value, false).release());
-    };
-    const unsigned char flag = arguments.flag.value_or(false) ? 1 : 0;
-    if (arguments.flag) {
-        add(rpc::T_BOOL, &flag);
-    }
-    if (arguments.value) {
-        add(rpc::T_UINT32, &*arguments.value);
-    }
-    if (arguments.ids) {
-        add(rpc::T_UINT32_LIST, &*arguments.ids);
-    }
-
     Command command(on_item);
     fwbase::IDataBlock* out = nullptr;
-    result = interface.call_func(make_call_block(request).get(), out, &command);
+    result = interface.call_func(&block, out, &command);
     const owned<fwbase::IDataBlock> reply(out);
     return reply ? decode(*reply) : nullptr;
 }

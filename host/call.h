@@ -19,14 +19,17 @@ struct Arguments {
     std::optional<std::vector<unsigned int>> ids;
 };
 
-/// A call block that holds the given request message, with an empty header extension. Throws
-/// std::bad_alloc.
-owned<fwbase::IDataBlock> make_call_block(rpc::IRequest& request);
+struct Call {
+    std::string operation;
+    Arguments arguments;
+};
 
-/// Calls `operation`, hands every reply that it sends while it runs to `on_item`, and its final
-/// reply, or null when it gets none, to the caller. `result` is the code of call_func.
-owned<Message> call(rpc::IIfaceRealize& interface, const std::string& operation,
-                    const Arguments& arguments, const std::function<void(const Message&)>& on_item,
-                    ec::EC& result);
+/// The call's block, with an empty header extension. Throws std::bad_alloc.
+owned<fwbase::IDataBlock> make_call_block(const Call& call);
+
+/// Runs the call of a block, hands every reply that comes while it runs to `on_item`, and the final
+/// reply, or null when there is none, to the caller. `result` is the code of call_func.
+owned<Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
+                        const std::function<void(const Message&)>& on_item, ec::EC& result);
 
 } // namespace host

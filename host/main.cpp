@@ -112,7 +112,7 @@ ExitStatus run(const Call& call, const std::string& place, rpc::IIfaceRealize& i
     host::take_last_xml_error(); // of an earlier call
     ec::EC result = 0;
     const owned<host::Message> reply =
-        host::call(interface, call.operation, call.arguments, on_item, result);
+        host::run_call(interface, *host::make_call_block(call), on_item, result);
     printer.end(result, reply.get());
 
     const std::string subject = place + call.operation + ": ";

@@ -30,12 +30,6 @@ extern const char* const help;
 /// Throws UsageError.
 Options parse_options(int argc, char** argv);
 
-/// An operation with its inputs.
-struct Call {
-    std::string operation;
-    Arguments arguments;
-};
-
 /// The call that an operation's name and its arguments stand for. What an operation takes goes by
 /// the first word of its name; whether it exists is the module's to say. Throws UsageError.
 Call to_call(const std::vector<std::string>& words);

@@ -16,13 +16,13 @@ fi
 packages() {
     case $manager:$1 in
     apt-get:build) echo g++ cmake make libxml2-dev nlohmann-json3-dev ;;
-    apt-get:test) echo libgtest-dev libgmock-dev ;;
+    apt-get:test) echo libgtest-dev libgmock-dev bsdutils ;;
     apt-get:bench) echo libbenchmark-dev python3 ;;
     apt-get:package) echo cpio dpkg-dev rpm ;;
     dnf:build)
         echo gcc-c++ cmake make libxml2-devel json-devel diffutils gawk sed util-linux
         ;;
-    dnf:test) echo gtest-devel gmock-devel ;;
+    dnf:test) echo gtest-devel gmock-devel /usr/bin/script ;;
     dnf:bench) echo google-benchmark-devel python3 ;;
     dnf:package) echo cpio dpkg rpm-build ;;
     dnf:asan) echo libasan libubsan ;;

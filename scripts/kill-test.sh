@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Kills a writing process at random moments and checks that the configuration file is always the old
-# one or the new one: scripts/kill-test.sh [ROUNDS]. Needs the build of scripts/test.sh.
+# Lets processes write at once, then kills a writing one at random moments, and checks that the
+# configuration file is always the old one or a new one: scripts/kill-test.sh [ROUNDS]. Needs the
+# build of scripts/test.sh.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 host=$PWD/build/release/bin/optimize_host
@@ -23,6 +24,25 @@ digest() { sed 's/<optimize_sorce>[0-9]*</<optimize_sorce></' $conf | cksum; }
 
 "$host" set_optimize_sorce 0 >/dev/null # writes tags in the way that they are saved
 whole=$(digest)
+
+for ((round = 1; round <= rounds / 10; round++)); do
+    writers=()
+    for score in 1 2 3 4; do
+        "$host" set_optimize_sorce $score >/dev/null &
+        writers+=($!)
+    done
+    succeeded=true
+    for writer in "${writers[@]}"; do
+        wait "$writer" || succeeded=false
+    done
+    score=$("$host" get_optimize_sorce | head -n1)
+    if [[ $succeeded == false || $(digest) != "$whole" || $score != [1-4] ]]; then
+        echo "kill-test.sh: $conf: damaged by processes that wrote at once" >&2
+        exit 1
+    fi
+done
+"$host" set_optimize_sorce 0 >/dev/null
+
 # How long an undisturbed write takes, in microseconds; a kill comes at any moment up to then.
 start=${EPOCHREALTIME/[.,]/}
 "$host" set_optimize_sorce 0 >/dev/null

@@ -1,10 +1,12 @@
 // Counts the objects made with new, and lets new fail on request.
 #include "tests/fake_framework.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 
 long fake::living_objects = 0;
+std::size_t fake::largest_object = 0;
 
 namespace
 {
@@ -13,6 +15,7 @@ void* allocate(std::size_t size) noexcept
 {
     void* const storage = std::malloc(size);
     fake::living_objects += storage != nullptr;
+    fake::largest_object = std::max(fake::largest_object, size);
     return storage;
 }
 

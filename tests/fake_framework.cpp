@@ -16,17 +16,6 @@ Faults exhaustion;
 int xml_saves = 0;
 std::string run_log;
 
-ec::EC Command::reply(ec::EC code, fwbase::IDataBlock* block)
-{
-    const owned<fwbase::IDataBlock> taken(block);
-    ++attempts;
-    if (rpc_faults.strike("reply")) {
-        return 0;
-    }
-    replies.push_back(owned<host::Message>(new host::Message("")));
-    return replies.back()->read(taken->data(), taken->size()) != 0 ? code : 0;
-}
-
 namespace
 {
 

@@ -2,12 +2,9 @@
 // objects, makes one call fail on request, and counts the objects made with new.
 #pragma once
 
-#include "host/message.h"
+#include "tests/workspace.h"
 
-#include <gtest/gtest.h>
-#include <string>
 #include <string_view>
-#include <vector>
 
 namespace fake
 {
@@ -38,6 +35,7 @@ extern Faults exhaustion;    // std::bad_alloc from the other
 extern int xml_saves;
 extern std::string run_log; // "TYPE TEXT [WHERE]\n" per entry
 extern long living_objects; // made with new
+extern std::size_t largest_object;
 
 /// Runs `attempt` with its first call failing, then with its second, and so on until none fails.
 /// Each time nothing that it made may be left.
@@ -55,15 +53,5 @@ void sweep(Faults& faults, Attempt attempt)
     }
     faults = {};
 }
-
-/// Collects the replies that an operation sends while it runs.
-class Command final : public rpc::ICommand
-{
-public:
-    ec::EC reply(ec::EC code, fwbase::IDataBlock* block) override;
-
-    std::vector<owned<host::Message>> replies;
-    std::size_t attempts = 0; ///< replies delivered or refused
-};
 
 } // namespace fake

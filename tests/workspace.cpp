@@ -1,8 +1,12 @@
 #include "tests/workspace.h"
 
+#include "host/framework.h"
+#include "host/printer.h"
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -62,55 +66,39 @@ std::string Workspace::read(const std::string& path)
     return text.str();
 }
 
-std::string outputs(const host::Message& message)
+owned<fwbase::IDataBlock> raw_block(const std::string& bytes)
 {
-    std::ostringstream text;
-    for (const owned<host::Param>& param : message.all()) {
-        if (param->type() == rpc::T_UINT32) {
-            text << " =" << param->number();
-        } else if (param->type() == rpc::T_UINT32_LIST) {
-            text << " ids";
-            for (const unsigned int id : param->numbers()) {
-                text << ' ' << id;
-            }
-        } else {
-            text << " list";
-            for (const owned<host::Params>& record : param->records()) {
-                const auto& fields = record->all();
-                text << ' ' << fields.at(0)->number() << ' ' << fields.at(3)->number() << ' '
-                     << fields.at(1)->text() << ' ' << fields.at(2)->text();
-            }
-        }
+    fwbase::IDataBlock* block = nullptr;
+    host::framework().mem_manager()->new_block(block, static_cast<std::uint32_t>(bytes.size()));
+    std::copy(bytes.begin(), bytes.end(), block->buffer());
+    return owned<fwbase::IDataBlock>(block);
+}
+
+std::string call(rpc::IIfaceRealize& interface, const host::Call& call)
+{
+    char* text = nullptr;
+    std::size_t size = 0;
+    std::FILE* const out = open_memstream(&text, &size);
+    const auto printer = host::table_printer(out, false);
+    ec::EC result = 0;
+    const auto reply = host::run_call(
+        interface, *host::make_call_block(call),
+        [&printer](const host::Message& item) { printer->item(item); }, result);
+    printer->end(result, reply.get());
+    std::fclose(out);
+    std::istringstream words(text);
+    std::free(text);
+    EXPECT_EQ(reply != nullptr, result == 0x840C0000);
+    const std::set<std::string> skipped = {"ID",    "NAME",        "STATE",      "DESCRIPTION",
+                                           "(code", "0x80000000)", "0x00000000)"};
+    std::string answer;
+    for (std::string word; words >> word;) {
+        answer += skipped.count(word) != 0 ? "" : (answer.empty() ? "" : " ") + word;
     }
-    return text.str();
+    return answer;
 }
 
 std::string call(rpc::IIfaceRealize& interface, const std::string& line)
 {
-    std::istringstream words(line);
-    std::string operation;
-    words >> operation;
-    host::Arguments arguments;
-    arguments.ids.emplace(); // operations without ids overlook them
-    for (std::string word; words >> word;) {
-        if (word == "on" || word == "off") {
-            arguments.flag = word == "on";
-        } else {
-            arguments.ids->push_back(static_cast<unsigned int>(std::stoul(word)));
-        }
-    }
-    if (operation == "set_optimize_sorce") {
-        arguments.value = arguments.ids->at(0);
-    }
-    std::ostringstream text;
-    ec::EC result = 0;
-    const auto add_item = [&](const host::Message& item) {
-        text << "item" << outputs(item) << "; ";
-    };
-    const owned<host::Message> reply =
-        host::call(interface, operation, arguments, add_item, result);
-    EXPECT_EQ(reply != nullptr, result == 0x840C0000);
-    char code[9];
-    std::snprintf(code, sizeof code, "%08X", reply ? reply->code() : result);
-    return text.str() + (reply ? code + outputs(*reply) : std::string("none ") + code);
+    return call(interface, host::to_call(host::split(line)));
 }

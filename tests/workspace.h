@@ -1,7 +1,7 @@
 // A temporary working directory with its own configuration file and commands, and calls as text.
 #pragma once
 
-#include "host/call.h"
+#include "host/options.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -30,10 +30,11 @@ private:
     std::string m_directory;
 };
 
-/// A message's parameters, e.g. " =7 ids 1 2" or " list 1 0 name desc", records as id, op, name
-/// and description.
-std::string outputs(const host::Message& message);
+/// A block of these bytes.
+owned<fwbase::IDataBlock> raw_block(const std::string& bytes);
 
-/// Runs a call, e.g. "ignore_service on 1 2"; its replies, e.g. "item ids 1; 80000000 ids", or
-/// "none 040C0001".
+/// Runs a call; the words that optimize_host prints, less the headings and the usual codes, e.g.
+/// "1 6 success", "3 cups 0 none desc success", "failure", "no reply (result 0x040C0001)".
+std::string call(rpc::IIfaceRealize& interface, const host::Call& call);
+/// The same for a line, e.g. "ignore_service on 1 2".
 std::string call(rpc::IIfaceRealize& interface, const std::string& line);
