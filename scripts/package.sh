@@ -32,7 +32,7 @@ check() {
             -I "$root/usr/include/optimize_option" -x c++ /dev/null || die "$file does not compile"
     done < <(find "$root/usr/include" -name '*.h' -printf '%P\n' | cut -d/ -f2-)
 
-    # The embedded machine, with its own configuration and then with the sample.
+    # The embedded machine, with its own configuration and then with the sample; and completion.
     rm -rf "$place/machine"
     cp -R "$machine" "$place/machine"
     (
@@ -41,6 +41,11 @@ check() {
         "$host" ls_service >listing
         [[ $(grep -c ' [012] \(none\|optimized\|ignored\) ' listing) -eq 19 ]] ||
             die 'the embedded machine is not listed'
+        # shellcheck source=packaging/completion.bash
+        source "$root/usr/share/bash-completion/completions/optimize_host"
+        COMP_WORDS=(optimize_host -m module.so ignore_service on 2) COMP_CWORD=5
+        _optimize_host
+        [[ ${COMPREPLY[*]} == '2 20 21 22 25' ]] || die "completed ids to '${COMPREPLY[*]}'"
         grep -q ' 30  rsync  .*文件同步服务' listing || die 'the listing lacks rsync'
         cp "$root/$conf" config/system_operation
         [[ $("$host" ls_service | grep -c ' 0 none ') -eq 14 ]] ||
