@@ -60,6 +60,14 @@ File take_standard_input()
     return take_stream(STDIN_FILENO, nothing ? fileno(nothing.get()) : -1, "r", "standard input");
 }
 
+/// Throws unless all that was printed has been written.
+void require_written(std::FILE* out)
+{
+    if (std::fflush(out) != 0 || std::ferror(out) != 0) {
+        throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));
+    }
+}
+
 bool is_colored(std::FILE* out)
 {
     const char* const refused = std::getenv("NO_COLOR");
@@ -156,8 +164,9 @@ private:
     ssize_t m_length = 0;
 };
 
-/// Runs the call of each line; the worst status of them.
-ExitStatus run_lines(std::FILE* in, rpc::IIfaceRealize& interface, host::Printer& printer)
+/// Runs the call of each line; the worst status of them. Answers are written before the next call.
+ExitStatus run_lines(std::FILE* in, std::FILE* out, rpc::IIfaceRealize& interface,
+                     host::Printer& printer)
 {
     ExitStatus worst = success;
     Line line;
@@ -175,6 +184,7 @@ ExitStatus run_lines(std::FILE* in, rpc::IIfaceRealize& interface, host::Printer
             status = wrong_usage;
         }
         worst = std::max(worst, status);
+        require_written(out);
     }
     if (std::ferror(in) != 0) {
         throw std::runtime_error(std::string("standard input: ") + std::strerror(errno));
@@ -193,11 +203,10 @@ ExitStatus run(const Options& options)
         options.json ? host::json_printer(out.get())
                      : host::table_printer(out.get(), is_colored(out.get()));
     const host::Module module(options.module);
-    const ExitStatus status = from_input ? run_lines(in.get(), module.interface(), *printer)
-                                         : run(call, "", module.interface(), *printer);
-    if (std::fflush(out.get()) != 0 || std::ferror(out.get()) != 0) {
-        throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));
-    }
+    const ExitStatus status = from_input
+                                  ? run_lines(in.get(), out.get(), module.interface(), *printer)
+                                  : run(call, "", module.interface(), *printer);
+    require_written(out.get());
     return status;
 }
 
@@ -210,13 +219,15 @@ int main(int argc, char** argv)
         switch (options.task) {
         case Options::Task::help:
             std::fputs(host::help, stdout);
-            return success;
+            break;
         case Options::Task::version:
             std::puts("optimize_host " PROJECT_VERSION);
-            return success;
+            break;
         default:
             return run(options);
         }
+        require_written(stdout);
+        return success;
     } catch (const UsageError& error) {
         complain(std::string(error.what()) + "; see optimize_host --help");
         return wrong_usage;
