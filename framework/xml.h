@@ -15,19 +15,13 @@
 class CLiteXmlException : public std::exception
 {
 public:
-    CLiteXmlException(std::string file, int line, const std::string& reason);
+    CLiteXmlException(const std::string& file, int line, const std::string& reason);
     ~CLiteXmlException() override;
 
     /// "FILE:LINE: REASON", without the parts that the failure does not have.
     const char* what() const noexcept override;
-    const std::string& file() const noexcept { return m_file; }
-    int line() const noexcept { return m_line; }
-    const std::string& reason() const noexcept { return m_reason; }
 
 private:
-    std::string m_file;
-    int m_line;
-    std::string m_reason;
     std::string m_what;
 };
 

@@ -137,7 +137,13 @@ Descriptor make_temporary(const char* path, int folder, const std::string& name,
         Descriptor file(
             retry([&] { return ::openat(folder, name.c_str(), flags | O_CREAT | O_EXCL, mode); }));
         if (file.get() >= 0) {
-            check(path, retry([&] { return ::flock(file.get(), LOCK_EX); }), failure);
+            const int locked = retry([&] { return ::flock(file.get(), LOCK_EX); });
+            if (locked == -1) {
+                const int error = errno;
+                ::unlinkat(folder, name.c_str(), 0);
+                errno = error;
+            }
+            check(path, locked, failure);
             if (leads_to(folder, name, file.get())) {
                 return file;
             }

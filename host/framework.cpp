@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 #include <memory>
 #include <new>
 
@@ -132,6 +133,14 @@ Framework& the_framework()
 fwbase::IFWBase& framework()
 {
     return the_framework();
+}
+
+std::string library_folder()
+{
+    Dl_info info = {};
+    ::dladdr(reinterpret_cast<const void*>(&the_framework), &info);
+    const std::string path = info.dli_fname == nullptr ? "" : info.dli_fname;
+    return path.substr(0, path.rfind('/') + 1);
 }
 
 int rpc_references()

@@ -23,6 +23,9 @@ using host::UsageError;
 
 enum ExitStatus : int { success = 0, operation_failed = 1, wrong_usage = 2, no_reply = 3 };
 
+constexpr const char* input_name = "standard input";
+constexpr const char* output_name = "standard output";
+
 /// One line, whatever the text holds.
 void complain(const std::string& text)
 {
@@ -34,37 +37,61 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-/// A private copy of a standard stream, which the module's commands do not inherit. The stream
-/// itself becomes the file that `replacement` is.
-File take_stream(int stream, int replacement, const char* mode, const char* name)
+[[noreturn]] void fail(const char* stream)
+{
+    throw std::runtime_error(std::string(stream) + ": " + std::strerror(errno));
+}
+
+/// A private copy of a standard stream, which the module's commands do not inherit.
+File copy_stream(int stream, const char* mode, const char* name)
 {
     const int copy = fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     File file(copy < 0 ? nullptr : fdopen(copy, mode));
-    if (!file || dup2(replacement, stream) < 0) {
-        throw std::runtime_error(std::string(name) + ": " + std::strerror(errno));
+    if (!file) {
+        fail(name);
     }
     return file;
 }
 
-/// Replies are printed to the copy: the module and its commands print to standard output.
+/// Replies are printed to the copy: the module and its commands print to standard output, which
+/// becomes standard error.
 File take_standard_output()
 {
     std::fflush(stdout);
-    return take_stream(STDOUT_FILENO, STDERR_FILENO, "w", "standard output");
+    File out = copy_stream(STDOUT_FILENO, "w", output_name);
+    if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+        fail("standard error");
+    }
+    return out;
 }
 
 /// Calls are read from the copy: a command that reads its input must not swallow them.
 File take_standard_input()
 {
+    File in = copy_stream(STDIN_FILENO, "r", input_name);
     const File nothing(std::fopen("/dev/null", "r"));
-    return take_stream(STDIN_FILENO, nothing ? fileno(nothing.get()) : -1, "r", "standard input");
+    if (!nothing || dup2(fileno(nothing.get()), STDIN_FILENO) < 0) {
+        fail("/dev/null");
+    }
+    return in;
+}
+
+/// Messages that nobody wants go nowhere, and into no file that is opened later.
+void open_standard_error()
+{
+    if (fcntl(STDERR_FILENO, F_GETFD) < 0) {
+        const int nothing = open("/dev/null", O_WRONLY);
+        if (nothing < 0 || dup2(nothing, STDERR_FILENO) < 0) {
+            fail("/dev/null");
+        }
+    }
 }
 
 /// Throws unless all that was printed has been written.
 void require_written(std::FILE* out)
 {
     if (std::fflush(out) != 0 || std::ferror(out) != 0) {
-        throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));
+        fail(output_name);
     }
 }
 
@@ -132,8 +159,10 @@ ExitStatus run(const Call& call, const std::string& place, rpc::IIfaceRealize& i
         return no_reply;
     }
     if (!ec::succeeded(reply->code())) {
+        constexpr const char* no_reason =
+            "failed: the configuration lacks the element, or chkconfig cannot be started";
         const std::string reason = host::take_last_xml_error();
-        complain(subject + (reason.empty() ? "failed" : reason));
+        complain(subject + (reason.empty() ? no_reason : reason));
         return operation_failed;
     }
     if (call.arguments.ids) {
@@ -171,7 +200,7 @@ ExitStatus run_lines(std::FILE* in, std::FILE* out, rpc::IIfaceRealize& interfac
     ExitStatus worst = success;
     Line line;
     for (int number = 1; line.read(in); ++number) {
-        const std::string place = "standard input:" + std::to_string(number) + ": ";
+        const std::string place = input_name + (":" + std::to_string(number)) + ": ";
         ExitStatus status = success;
         try {
             const std::vector<std::string> words = host::split(line.text());
@@ -187,7 +216,7 @@ ExitStatus run_lines(std::FILE* in, std::FILE* out, rpc::IIfaceRealize& interfac
         require_written(out);
     }
     if (std::ferror(in) != 0) {
-        throw std::runtime_error(std::string("standard input: ") + std::strerror(errno));
+        fail(input_name);
     }
     return worst;
 }
@@ -215,6 +244,7 @@ ExitStatus run(const Options& options)
 int main(int argc, char** argv)
 {
     try {
+        open_standard_error();
         const Options options = host::parse_options(argc, argv);
         switch (options.task) {
         case Options::Task::help:

@@ -1,15 +1,15 @@
 #include "host/options.h"
 
+#include "host/framework.h"
+
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <getopt.h>
 #include <iterator>
 #include <sstream>
 #include <string_view>
-#include <unistd.h>
 
 namespace host
 {
@@ -22,7 +22,7 @@ Calls an Optimize_Option module on ./config/system_operation/conf.xml.
 
   ls_service                    list the candidate services and their states
   optimize_service ID...        switch services off
-  restore_service ID...         switch them back on as they were
+  restore_service ID...         switch them back on
   ignore_service on|off ID...   mark services as ignored, or take the mark away
   get_optimize_sorce            print the score
   set_optimize_sorce SCORE      write it
@@ -64,14 +64,15 @@ bool to_flag(const std::string& text)
     return text == "on";
 }
 
-/// The module of the program's own installation, or of its own build.
-std::string default_module()
+/// What getopt does not know, in the word or, when that holds several letters, in one of them.
+UsageError unknown_option(const std::string& word)
 {
-    char path[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-    const std::string program(path, length < 0 ? 0 : static_cast<std::size_t>(length));
-    return program.substr(0, program.rfind('/') + 1) + MODULE_FOLDER
-           "/rpc_ireal_Optimize_Option.so";
+    if (optopt == 0) {
+        return UsageError(word + ": no such option");
+    }
+    const bool is_long = word.compare(0, 2, "--") == 0; // known, but for its argument
+    return UsageError(is_long ? word + ": takes no argument"
+                              : std::string("-") + static_cast<char>(optopt) + ": no such option");
 }
 
 } // namespace
@@ -84,7 +85,7 @@ Options parse_options(int argc, char** argv)
                                           {"version", no_argument, nullptr, 'V'},
                                           {nullptr, 0, nullptr, 0}};
     Options options;
-    options.module = default_module();
+    options.module = library_folder() + "rpc_ireal_Optimize_Option.so";
     opterr = 0;
     for (int letter = 0;
          (letter = getopt_long(argc, argv, "+:m:jhV", long_options, nullptr)) != -1;) {
@@ -104,7 +105,7 @@ Options parse_options(int argc, char** argv)
         case ':':
             throw UsageError(std::string(argv[optind - 1]) + ": the argument is missing");
         default:
-            throw UsageError(std::string(argv[optind - 1]) + ": no such option");
+            throw unknown_option(argv[optind - 1]);
         }
     }
     options.words.assign(argv + optind, argv + argc);
@@ -124,6 +125,9 @@ Call to_call(const std::vector<std::string>& words)
 {
     auto word = words.begin();
     Call call{*word++, {}};
+    if (call.operation.size() > UINT16_MAX) {
+        throw UsageError("the operation's name is too long");
+    }
     const auto begins_with = [&call](std::string_view start) {
         return call.operation.compare(0, start.size(), start) == 0;
     };

@@ -1,7 +1,6 @@
 #include "framework/xml.h"
 #include "host/xml_document.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace
@@ -27,14 +26,15 @@ std::string one_line(const std::string& text)
 
 } // namespace
 
-CLiteXmlException::CLiteXmlException(std::string file, int line, const std::string& reason)
-    : m_file(std::move(file)), m_line(std::max(line, 0)), m_reason(one_line(reason)), m_what(m_file)
+CLiteXmlException::CLiteXmlException(const std::string& file, int line, const std::string& reason)
+    : m_what(file)
 {
-    if (m_line > 0) {
-        m_what += (m_what.empty() ? "" : ":") + std::to_string(m_line);
+    if (line > 0) {
+        m_what += (m_what.empty() ? "" : ":") + std::to_string(line);
     }
-    if (!m_reason.empty()) {
-        m_what += (m_what.empty() ? "" : ": ") + m_reason;
+    const std::string text = one_line(reason);
+    if (!text.empty()) {
+        m_what += (m_what.empty() ? "" : ": ") + text;
     }
     last_error = m_what;
 }

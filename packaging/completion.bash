@@ -5,15 +5,18 @@ _optimize_host()
     local word=${COMP_WORDS[COMP_CWORD]} operation='' at
     for ((at = 1; at < COMP_CWORD; at++)); do
         case ${COMP_WORDS[at]} in
-            -m | --module) ((at++)) ;;
+            -m | -jm | --module)
+                ((at++))
+                [[ ${COMP_WORDS[at]} != = ]] || ((at++)) # bash splits there
+                ;;
             -?*) ;;
             *) operation=${COMP_WORDS[at]} && break ;;
         esac
     done
     case ${COMP_WORDS[COMP_CWORD - 1]} in
-        -m | --module)
+        -m | -jm | --module | =)
             compopt -o filenames
-            mapfile -t COMPREPLY < <(compgen -f -- "$word")
+            mapfile -t COMPREPLY < <(compgen -f -- "${word#=}")
             return
             ;;
     esac

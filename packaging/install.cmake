@@ -1,4 +1,9 @@
 # What an installation holds, and the packages that are made of it.
+include(GNUInstallDirs)
+file(RELATIVE_PATH libraries ${CMAKE_INSTALL_FULL_BINDIR}
+  ${CMAKE_INSTALL_FULL_LIBDIR}/optimize_option)
+set_target_properties(optimize_host PROPERTIES INSTALL_RPATH $ORIGIN/${libraries})
+set_target_properties(rpc_ireal_Optimize_Option PROPERTIES INSTALL_RPATH $ORIGIN)
 install(TARGETS optimize_host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS fwbase rpc_ireal_Optimize_Option
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/optimize_option)

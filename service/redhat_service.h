@@ -45,7 +45,9 @@ public:
 /// Red Hat style machines: chkconfig, and the service files of xinetd.
 ///
 /// A switching command is written to standard output before it runs. Nothing is started, stopped or
-/// reloaded. A name or level that the shell would interpret is refused: false, and no command.
+/// reloaded. Refused, with false and no command, is a name or level that holds blanks, control
+/// characters or what the shell interprets, or begins with '-', and an xinetd name that is no file
+/// name.
 class CRedhatService : public ILinuxSystemService
 {
 public:

@@ -114,9 +114,9 @@ TEST_F(InterfaceTest, ReadsCallBlocks)
     const std::pair<const char*, std::size_t> refused[] = {
         {"X\0\0\0\0\0\0", 7},                                   // no kind
         {"Q\2\0a\0\0\0\0\0", 9},                                // a NUL in the name
-        {"Q\0\0\xFF\xFF\xFF\1\7\0\0\0\0", 12},                // too many parameters
-        {"Q\0\0\1\0\0\0\x8\xFF\xFF\xFF\1\0", 13},             // numbers
-        {"Q\0\0\1\0\0\0\xD\xFF\xFF\xFF\1\0", 13},             // characters
+        {"Q\0\0\xFF\xFF\xFF\1\7\0\0\0\0", 12},                  // too many parameters
+        {"Q\0\0\1\0\0\0\x8\xFF\xFF\xFF\1\0", 13},               // numbers
+        {"Q\0\0\1\0\0\0\xD\xFF\xFF\xFF\1\0", 13},               // characters
         {"Q\0\0\1\0\0\0\x63\0\0\0\0", 12},                      // no type
         {"Q\0\0\1\0\0\0\x10\1\0\0\0\1\0\0\0\x10\0\0\0\0", 21}}; // records in a record
     for (const auto& [bytes, size] : refused) {

@@ -59,8 +59,8 @@ TEST_F(XmlTest, RefusesWhatIsNoDocument)
             ADD_FAILURE() << row.reason;
         } catch (const CLiteXmlException& error) {
             const string line = row.line == 0 ? "" : ":" + std::to_string(row.line);
-            EXPECT_EQ(error.what(), "conf.xml" + line + ": " + error.reason());
-            EXPECT_THAT(error.reason(), testing::HasSubstr(row.reason));
+            EXPECT_THAT(error.what(), testing::StartsWith("conf.xml" + line + ": "));
+            EXPECT_THAT(error.what(), testing::HasSubstr(row.reason));
         }
         EXPECT_THROW(saved(), CLiteXmlException);
     }
