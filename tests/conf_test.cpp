@@ -22,13 +22,6 @@ std::string info(const std::string& id, const std::string& name, const std::stri
            "\" xinetd=\"" + xinetd + "\" desc=\"d\"/>";
 }
 
-CServiceMap one_service(const char* level = "3", bool xinetd = false)
-{
-    CServiceMap services;
-    services["a"] = {level, xinetd};
-    return services;
-}
-
 TEST_F(ConfTest, ReadsNumbersAsFarAsTheyGo)
 {
     for (const std::string row :
@@ -46,20 +39,14 @@ TEST_F(ConfTest, ReadsNumbersAsFarAsTheyGo)
     }
 }
 
-TEST_F(ConfTest, WritesTheScoreAlone)
+TEST_F(ConfTest, MissesElementsThatAreNotThere)
 {
-    write_conf("<!-- none -->");
-    std::string expected = read(conf_path);
-    expected.replace(expected.find("85"), 2, "4294967295");
-    EXPECT_TRUE(CConf::SetOptimizeScore(4294967295U));
-    EXPECT_EQ(read(conf_path), expected);
-    const std::string without = "<kavra_conf><myself_config/></kavra_conf>";
-    write(conf_path, without);
+    write(conf_path, "<kavra_conf><myself_config/></kavra_conf>");
+    const std::string before = read(conf_path);
     unsigned int number = 77;
     EXPECT_FALSE(CConf::GetOptimizeScore(number) || CConf::GetOptimizeCount(number));
     EXPECT_FALSE(CConf::SetOptimizeScore(5));
-    EXPECT_EQ(number, 77U);
-    EXPECT_EQ(read(conf_path), without);
+    EXPECT_EQ(std::to_string(number) + read(conf_path), "77" + before);
 }
 
 TEST_F(ConfTest, ConvertsToGbkUpToWhatCannotBeConverted)
@@ -86,7 +73,7 @@ TEST_F(ConfTest, ReconcilesEveryEntryWithTheMachine)
         write_conf(info("-7", "a", before, "L", "7") + info("8", "gone", "1", "L", "7"));
         Items items;
         const rpc::ItemStringsGuard guard(items);
-        ASSERT_TRUE(CConf::GetValidServiceList(one_service(level.c_str(), kind == "x"), items));
+        ASSERT_TRUE(CConf::GetValidServiceList({{{"a", {level, kind == "x"}}}}, items));
         const std::string entry = written == "kept"
                                       ? info("-7", "a", after, "L", "7")
                                       : info("-7", "a", after, level, kind == "x" ? "1" : "0");
@@ -101,29 +88,14 @@ TEST_F(ConfTest, ReconcilesEveryEntryWithTheMachine)
     }
     write(conf_path, "<kavra_conf  a='1'/>\n"); // an empty list is saved, too
     Items items;
-    EXPECT_TRUE(CConf::GetValidServiceList(one_service(), items));
+    EXPECT_TRUE(CConf::GetValidServiceList({}, items));
     EXPECT_EQ(read(conf_path), "<kavra_conf a=\"1\"/>\n");
 }
 
-TEST_F(ConfTest, NeverAppendsARecordWithoutItsStrings)
-{
-    write_conf(info("1", "a", "3", "off", "0"));
-    const std::string before = read(conf_path);
-    const CServiceMap live = one_service();
-    fake::sweep(fake::memory_faults, [&] {
-        Items items;
-        const rpc::ItemStringsGuard guard(items);
-        const bool done = CConf::GetValidServiceList(live, items);
-        EXPECT_EQ(items.size(), done ? 1U : 0U);
-        EXPECT_TRUE(items.empty() || (items[0].name != nullptr && items[0].desc != nullptr));
-        EXPECT_TRUE(done || read(conf_path) == before);
-    });
-}
-
-TEST_F(ConfTest, SurvivesEveryFailureOfTheXmlLibrary)
+TEST_F(ConfTest, SurvivesFailuresOfTheXmlLibraryAndOfMemory)
 {
     const CLiteXmlException longest(std::string(200, 'x'), 0, ""); // sizes what the library keeps
-    const CServiceMap live = one_service();
+    const CServiceMap live = {{{"a", {"3", false}}}};
     unsigned int number = 0;
     Items items;
     std::vector<ServiceOptimize> services;
@@ -135,19 +107,23 @@ TEST_F(ConfTest, SurvivesEveryFailureOfTheXmlLibrary)
             return CConf::ModifyOpByIds({1, 2}, OPT_IGNORED);
         }};
     for (const auto& operation : operations) {
-        fake::sweep(fake::xml_faults, [&] {
-            write_conf(info("1", "a", "0", "L", "7") + info("2", "b", "0", "L", "7"));
-            const std::string before = read(conf_path);
-            fake::xml_saves = 0;
-            number = 0;
-            const bool done = operation();
-            EXPECT_EQ(done, fake::xml_faults.failed.empty());
-            EXPECT_TRUE(done || number == 0);
-            EXPECT_TRUE(fake::xml_saves == 1 || read(conf_path) == before);
-            rpc::ItemStringsGuard::free_strings(items);
-            items = Items();
-            services = std::vector<ServiceOptimize>();
-        });
+        for (fake::Faults* const faults : {&fake::xml_faults, &fake::memory_faults}) {
+            fake::sweep(*faults, [&] {
+                write_conf(info("1", "a", "0", "L", "7") + info("2", "b", "0", "L", "7"));
+                const std::string before = read(conf_path);
+                const bool done = operation();
+                const std::string_view failed = faults->failed; // memory: or with an empty text
+                EXPECT_TRUE(done == failed.empty() || (done && failed == "new")) << failed;
+                EXPECT_TRUE(std::exchange(number, 0) == 0 || done);
+                EXPECT_TRUE(done || failed == "release" || read(conf_path) == before);
+                for (const rpc::SystemOptimize_Item& item : items) {
+                    EXPECT_TRUE(item.name != nullptr && item.desc != nullptr);
+                }
+                rpc::ItemStringsGuard::free_strings(items);
+                items = Items();
+                services = std::vector<ServiceOptimize>();
+            });
+        }
     }
 }
 

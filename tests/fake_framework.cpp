@@ -13,16 +13,10 @@ Faults rpc_faults;
 Faults xml_faults;
 Faults memory_faults;
 Faults exhaustion;
-int xml_saves = 0;
 std::string run_log;
 
 namespace
 {
-
-bool fails(std::string_view call, ec::EC becomes)
-{
-    return rpc_faults.strike(call, becomes);
-}
 
 /// A reply that can be written short.
 class Reply final : public rpc::IRequest
@@ -32,7 +26,7 @@ public:
 
     std::uint32_t write(unsigned char* buffer, std::uint32_t size) override
     {
-        return fails("write", 0x040C000B) ? size - 1 : m_real->write(buffer, size);
+        return rpc_faults.strike("write", 0x040C000B) ? size - 1 : m_real->write(buffer, size);
     }
     int read(const unsigned char*, std::uint32_t) override { return 0; }
     std::uint32_t size() override { return m_real->size(); }
@@ -61,8 +55,9 @@ class Framework final : public fwbase::IFWBase,
     void free(void* storage) override { real().mem_manager()->free(storage); }
     ec::EC new_block(fwbase::IDataBlock*& block, std::uint32_t size) override
     {
-        return fails("new_block", 0x04020001) ? rpc_faults.code
-                                              : real().mem_manager()->new_block(block, size);
+        return rpc_faults.strike("new_block", 0x04020001)
+                   ? rpc_faults.code
+                   : real().mem_manager()->new_block(block, size);
     }
     void log(std::uint32_t type, const char* text, const char* where) override
     {
@@ -71,7 +66,7 @@ class Framework final : public fwbase::IFWBase,
     }
     ec::EC query(const char* name, void** object) override
     {
-        if (fails("query", 0x04010001)) {
+        if (rpc_faults.strike("query", 0x04010001)) {
             return rpc_faults.code;
         }
         *object = static_cast<rpc::IRpcService*>(this);
@@ -79,22 +74,24 @@ class Framework final : public fwbase::IFWBase,
     }
     rpc::IRequest* new_request(const char* name) override
     {
-        return fails("new_request", 0x040C0008) ? nullptr : m_factory.new_request(name);
+        return rpc_faults.strike("new_request", 0x040C0008) ? nullptr : m_factory.new_request(name);
     }
     rpc::IRequest* new_reply(rpc::ICommand* command, ec::EC code) override
     {
-        owned<rpc::IRequest> reply(
-            fails("new_reply", 0x040C0009) ? nullptr : m_factory.new_reply(command, code));
+        owned<rpc::IRequest> reply(rpc_faults.strike("new_reply", 0x040C0009)
+                                       ? nullptr
+                                       : m_factory.new_reply(command, code));
         return reply ? new Reply(std::move(reply)) : nullptr;
     }
     rpc::IParams* new_record() override
     {
-        return fails("new_record", 0x040C0007) ? nullptr : m_factory.new_record();
+        return rpc_faults.strike("new_record", 0x040C0007) ? nullptr : m_factory.new_record();
     }
     rpc::IParam* new_param(unsigned type, const void* value, int hand_over) override
     {
-        return fails("new_param", 0x040C0006) ? nullptr
-                                              : m_factory.new_param(type, value, hand_over);
+        return rpc_faults.strike("new_param", 0x040C0006)
+                   ? nullptr
+                   : m_factory.new_param(type, value, hand_over);
     }
 
     static fwbase::IFWBase& real() { return host::framework(); }
@@ -127,22 +124,18 @@ public:
         EXPECT_EQ(s_newest, this);
         s_newest = m_older;
         delete this;
-        step();
+        step("release");
     }
-    static void step()
+    static void step(std::string_view call)
     {
-        if (xml_faults.strike("XML")) {
+        if (xml_faults.strike(call)) {
             throw CLiteXmlException("fake", 0, "fails");
         }
     }
 
     void load(const char* path) override { document().load(path); }
     IXmlNode* root() override { return give_out(document().root()); }
-    void save(const char* path) override
-    {
-        document().save(path);
-        ++xml_saves;
-    }
+    void save(const char* path) override { document().save(path); }
     IXmlNode* attribute(const char* name) override
     {
         return &m_attributes.emplace_front(node().attribute(name));
@@ -165,7 +158,7 @@ private:
     template <class Real>
     static Real& unless_failed(const owned<Real>& real)
     {
-        step();
+        step("another");
         return *real;
     }
     IXmlDocument& document() { return unless_failed(m_document); }
@@ -193,6 +186,6 @@ fwbase::IFWBase* fwbase::IFWBase::instance()
 
 IXmlDocument* newXmlDocument()
 {
-    fake::Xml::step();
+    fake::Xml::step("another");
     return fake::Xml::give_out(host::new_xml_document());
 }

@@ -32,7 +32,6 @@ extern Faults xml_faults;    // CLiteXmlException
 extern Faults memory_faults; // null from the non-throwing new
 extern Faults exhaustion;    // std::bad_alloc from the other
 
-extern int xml_saves;
 extern std::string run_log; // "TYPE TEXT [WHERE]\n" per entry
 extern long living_objects; // made with new
 extern std::size_t largest_object;

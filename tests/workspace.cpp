@@ -33,7 +33,7 @@ void Workspace::install_stand_ins()
     for (const char* const path : {"bin/chkconfig", "bin/sed"}) {
         write(path, "#!/bin/sh\n"
                     "[ \"$1\" != --list ] || { cat listing; exit; }\n"
-                    "printf '%s\\n' \"${0##*/} $*\" >>ran\necho done\n"
+                    "printf '%s\\ndone\\n' \"${0##*/} $*\" >>ran\necho done\n"
                     "[ ! -e failing ] || ! printf %s \"$*\" | grep -qFf failing\n");
         fs::permissions(path, fs::perms::owner_all);
     }

@@ -15,9 +15,8 @@ protected:
     Workspace();
     ~Workspace() override;
 
-    /// Puts commands into bin/ that append their command line to the file "ran", print "done" and
-    /// exit with 1 when it holds a line of the file "failing"; `chkconfig --list` prints the file
-    /// "listing".
+    /// Puts commands into bin/ that append their command line and "done" to the file "ran", print
+    /// "done", and fail with a line of the file "failing"; a listing is the file "listing".
     static void install_stand_ins();
     /// Copies the embedded machine.
     static void install_machine();
