@@ -15,7 +15,7 @@
 class CLiteXmlException : public std::exception
 {
 public:
-    CLiteXmlException(const std::string& file, int line, const std::string& reason);
+    CLiteXmlException(std::string file, int line, const std::string& reason);
     ~CLiteXmlException() override;
 
     /// "FILE:LINE: REASON", without the parts that the failure does not have.

@@ -26,8 +26,8 @@ std::string one_line(const std::string& text)
 
 } // namespace
 
-CLiteXmlException::CLiteXmlException(const std::string& file, int line, const std::string& reason)
-    : m_what(file)
+CLiteXmlException::CLiteXmlException(std::string file, int line, const std::string& reason)
+    : m_what(std::move(file))
 {
     if (line > 0) {
         m_what += (m_what.empty() ? "" : ":") + std::to_string(line);
