@@ -64,15 +64,16 @@ bool to_flag(const std::string& text)
     return text == "on";
 }
 
-/// What getopt does not know, in the word or, when that holds several letters, in one of them.
-UsageError unknown_option(const std::string& word)
+/// Why getopt takes no option from a word, or, when that holds several letters, from one of them.
+std::string refusal_of(const std::string& word)
 {
     if (optopt == 0) {
-        return UsageError(word + ": no such option");
+        return word + ": no such option";
     }
-    const bool is_long = word.compare(0, 2, "--") == 0; // known, but for its argument
-    return UsageError(is_long ? word + ": takes no argument"
-                              : std::string("-") + static_cast<char>(optopt) + ": no such option");
+    if (word.compare(0, 2, "--") == 0) {
+        return word + ": takes no argument";
+    }
+    return std::string("-") + static_cast<char>(optopt) + ": no such option";
 }
 
 } // namespace
@@ -105,7 +106,7 @@ Options parse_options(int argc, char** argv)
         case ':':
             throw UsageError(std::string(argv[optind - 1]) + ": the argument is missing");
         default:
-            throw unknown_option(argv[optind - 1]);
+            throw UsageError(refusal_of(argv[optind - 1]));
         }
     }
     options.words.assign(argv + optind, argv + argc);
