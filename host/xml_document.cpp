@@ -351,12 +351,13 @@ std::string text_of(xmlNode* node)
     return to_chars(text.get());
 }
 
-xmlAttr* set_attribute(const Tree& tree, xmlNode* element, xmlNs* space, const xmlChar* name,
-                       const char* value)
+/// Gives an attribute a value, or makes it; `old` is the attribute, or null if the element has
+/// none.
+xmlAttr* set_attribute(const Tree& tree, xmlAttr* old, xmlNode* element, xmlNs* space,
+                       const xmlChar* name, const char* value)
 {
     const xmlChar* const text = tree.checked(value);
     // Most of what a listing writes is there already: comparing is cheaper than writing.
-    xmlAttr* const old = xmlHasNsProp(element, name, space == nullptr ? nullptr : space->href);
     const xmlNode* const content = old == nullptr ? nullptr : old->children;
     if (content != nullptr && content->next == nullptr &&
         xmlStrEqual(content->content, text) == 1) {
@@ -470,7 +471,8 @@ public:
                         xmlValidateNCName(to_xml(m_name.c_str()), 0) != 0)) {
             m_tree->fail("no name for an attribute");
         }
-        m_attribute = set_attribute(*m_tree, m_element, nullptr, to_xml(m_name.c_str()), text);
+        m_attribute =
+            set_attribute(*m_tree, m_attribute, m_element, nullptr, to_xml(m_name.c_str()), text);
     }
     IXmlNodeList* selectNodes(const char* xpath) override
     {
@@ -533,8 +535,8 @@ public:
         if (m_node->type == XML_ELEMENT_NODE) {
             set_content(*m_tree, m_node, text);
         } else if (m_node->type == XML_ATTRIBUTE_NODE) {
-            xmlNs* const space = reinterpret_cast<xmlAttr*>(m_node)->ns;
-            set_attribute(*m_tree, m_node->parent, space, m_node->name, text);
+            auto* const attribute = reinterpret_cast<xmlAttr*>(m_node);
+            set_attribute(*m_tree, attribute, m_node->parent, attribute->ns, m_node->name, text);
         } else {
             m_tree->fail("only an element or an attribute takes a value");
         }
