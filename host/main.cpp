@@ -84,6 +84,9 @@ void open_standard_error()
         if (nothing < 0 || dup2(nothing, STDERR_FILENO) < 0) {
             fail("/dev/null");
         }
+        if (nothing != STDERR_FILENO) {
+            close(nothing);
+        }
     }
 }
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <getopt.h>
 #include <iterator>
 #include <sstream>
@@ -64,13 +65,14 @@ bool to_flag(const std::string& text)
     return text == "on";
 }
 
-/// Why getopt takes no option from a word, or, when that holds several letters, from one of them.
+/// Why getopt has refused an option. `word` is the one that it has just left, which is the option's
+/// unless several letters share one.
 std::string refusal_of(const std::string& word)
 {
     if (optopt == 0) {
         return word + ": no such option";
     }
-    if (word.compare(0, 2, "--") == 0) {
+    if (std::strchr("mjhV", optopt) != nullptr) { // a letter that exists stands for a long option
         return word + ": takes no argument";
     }
     return std::string("-") + static_cast<char>(optopt) + ": no such option";

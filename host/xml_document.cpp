@@ -363,6 +363,10 @@ xmlAttr* set_attribute(const Tree& tree, xmlAttr* old, xmlNode* element, xmlNs* 
         xmlStrEqual(content->content, text) == 1) {
         return old;
     }
+    if (old != nullptr &&
+        xmlHasNsProp(element, name, space == nullptr ? nullptr : space->href) != old) {
+        tree.fail("the attribute stands twice in its element"); // by two prefixes of one name space
+    }
     const ErrorTrap trap;
     xmlAttr* const attribute = allocated(xmlSetNsProp(element, space, name, text));
     allocated(attribute->name);

@@ -138,7 +138,6 @@ TEST_F(InterfaceTest, AnswersEachOperation)
         {"get_optimize_sorce", "85 success"},
         {"set_optimize_sorce 4294967295", "success"},
         {"get_optimize_sorce", "2147483647 success"}, // as far as an int goes
-        {"get_optimize_num", "3 success"},
         {"LS_SERVICE", "no reply (result 0x040C0001)"}};
     for (const auto& [line, answer] : table) {
         EXPECT_EQ(call(line), answer) << line;
