@@ -1,7 +1,6 @@
 // The interface object: from call block to reply block, and what is left when the framework fails.
 #include "host/framework.h"
 #include "host/printer.h"
-#include "rpc/result_codes.h"
 #include "rpc/system_option_s.h"
 #include "tests/fake_framework.h"
 
