@@ -2,7 +2,7 @@
 // one XML file.
 #pragma once
 
-#include "rpc/system_optimize_item.h"
+#include "conf/system_optimize_item.h"
 #include "service/redhat_service.h"
 
 #include <string>

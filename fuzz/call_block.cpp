@@ -13,10 +13,10 @@ int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
     ec::EC code = 0;
     const auto reply = host::run_call(
         *rpc_ireal_Optimize_Option(), *raw_block(std::string(data, data + size)),
-        [](const host::Message&) {}, code);
+        [](const fwbase::Message&) {}, code);
     assert(ec::succeeded(code) == (reply != nullptr));
 
-    host::Message message("");
+    fwbase::Message message("");
     if (size > 4 && message.read(data + 4, static_cast<std::uint32_t>(size) - 4) != 0) {
         std::vector<unsigned char> bytes(message.size());
         message.write(bytes.data(), message.size());

@@ -12,9 +12,9 @@ namespace
 constexpr std::uint32_t header_size = 4;
 
 /// The reply in a block, or null when it holds none.
-owned<Message> decode(const fwbase::IDataBlock& block)
+owned<fwbase::Message> decode(const fwbase::IDataBlock& block)
 {
-    owned<Message> message(new Message(""));
+    owned<fwbase::Message> message(new fwbase::Message(""));
     if (message->read(block.data(), block.size()) == 0 || !message->is_reply()) {
         return nullptr;
     }
@@ -24,12 +24,15 @@ owned<Message> decode(const fwbase::IDataBlock& block)
 class Command final : public rpc::ICommand
 {
 public:
-    explicit Command(const std::function<void(const Message&)>& on_item) : m_on_item(on_item) {}
+    explicit Command(const std::function<void(const fwbase::Message&)>& on_item)
+        : m_on_item(on_item)
+    {
+    }
 
     ec::EC reply(ec::EC code, fwbase::IDataBlock* block) override
     {
         const owned<fwbase::IDataBlock> taken(block);
-        const owned<Message> message = decode(*taken);
+        const owned<fwbase::Message> message = decode(*taken);
         if (!message) {
             return 0;
         }
@@ -38,16 +41,16 @@ public:
     }
 
 private:
-    const std::function<void(const Message&)>& m_on_item;
+    const std::function<void(const fwbase::Message&)>& m_on_item;
 };
 
 } // namespace
 
 owned<fwbase::IDataBlock> make_call_block(const Call& call)
 {
-    Message request(call.operation.c_str());
+    fwbase::Message request(call.operation.c_str());
     const auto add = [&request](unsigned type, const void* value) {
-        request.params()->add(Param::make(type, value, false).release());
+        request.params()->add(fwbase::Param::make(type, value, false).release());
     };
     const unsigned char flag = call.arguments.flag.value_or(false) ? 1 : 0;
     if (call.arguments.flag) {
@@ -72,8 +75,9 @@ owned<fwbase::IDataBlock> make_call_block(const Call& call)
     return block;
 }
 
-owned<Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
-                        const std::function<void(const Message&)>& on_item, ec::EC& result)
+owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
+                                const std::function<void(const fwbase::Message&)>& on_item,
+                                ec::EC& result)
 {
     Command command(on_item);
     fwbase::IDataBlock* out = nullptr;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "framework/rpc.h"
-#include "host/message.h"
+#include "fwbase/message.h"
 
 #include <functional>
 #include <optional>
@@ -29,7 +29,8 @@ owned<fwbase::IDataBlock> make_call_block(const Call& call);
 
 /// Runs the call of a block, hands every reply that comes while it runs to `on_item`, and the final
 /// reply, or null when there is none, to the caller. `result` is the code of call_func.
-owned<Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
-                        const std::function<void(const Message&)>& on_item, ec::EC& result);
+owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
+                                const std::function<void(const fwbase::Message&)>& on_item,
+                                ec::EC& result);
 
 } // namespace host

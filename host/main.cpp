@@ -1,9 +1,9 @@
 // optimize_host: calls the operations of a module from the command line.
+#include "fwbase/text.h"
+#include "fwbase/xml_document.h"
 #include "host/module.h"
 #include "host/options.h"
 #include "host/printer.h"
-#include "host/text.h"
-#include "host/xml_document.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -28,7 +28,7 @@ constexpr const char* output_name = "standard output";
 /// One line, whatever the text holds.
 void complain(const std::string& text)
 {
-    std::fprintf(stderr, "optimize_host: %s\n", host::printable(text).c_str());
+    std::fprintf(stderr, "optimize_host: %s\n", fwbase::printable(text).c_str());
 }
 
 struct FileCloser {
@@ -138,17 +138,17 @@ ExitStatus run(const Call& call, const std::string& place, rpc::IIfaceRealize& i
         return success;
     }
     std::vector<unsigned int> handled;
-    const auto on_item = [&](const host::Message& item) {
-        for (const owned<host::Param>& param : item.all()) {
+    const auto on_item = [&](const fwbase::Message& item) {
+        for (const owned<fwbase::Param>& param : item.all()) {
             if (param->type() == rpc::T_UINT32_LIST) {
                 handled.insert(handled.end(), param->numbers().begin(), param->numbers().end());
             }
         }
         printer.item(item);
     };
-    host::take_last_xml_error(); // of an earlier call
+    fwbase::take_last_xml_error(); // of an earlier call
     ec::EC result = 0;
-    const owned<host::Message> reply =
+    const owned<fwbase::Message> reply =
         host::run_call(interface, *host::make_call_block(call), on_item, result);
     printer.end(result, reply.get());
 
@@ -163,7 +163,7 @@ ExitStatus run(const Call& call, const std::string& place, rpc::IIfaceRealize& i
     if (!ec::succeeded(reply->code())) {
         constexpr const char* no_reason =
             "failed: the configuration lacks the element, or chkconfig cannot be started";
-        const std::string reason = host::take_last_xml_error();
+        const std::string reason = fwbase::take_last_xml_error();
         complain(subject + (reason.empty() ? no_reason : reason));
         return operation_failed;
     }

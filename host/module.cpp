@@ -15,6 +15,14 @@ constexpr const char* entry_name = "rpc_ireal_Optimize_Option";
 
 } // namespace
 
+std::string installed_module()
+{
+    Dl_info library = {};
+    ::dladdr(fwbase::IFWBase::instance(), &library);
+    const std::string path = library.dli_fname == nullptr ? "" : library.dli_fname;
+    return path.substr(0, path.rfind('/') + 1) + "rpc_ireal_Optimize_Option.so";
+}
+
 void Module::Closer::operator()(void* library) const noexcept
 {
     dlclose(library);
@@ -22,7 +30,7 @@ void Module::Closer::operator()(void* library) const noexcept
 
 Module::Module(const std::string& path)
 {
-    // A name without a folder is a file, too, and none to search for among the system's libraries.
+    // dlopen would look for a name without a slash among the system's libraries.
     const std::string file = path.find('/') == std::string::npos ? "./" + path : path;
     m_library.reset(dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL));
     if (!m_library) {

@@ -9,6 +9,9 @@
 namespace host
 {
 
+/// Path of the module that lies in the folder of libfwbase.so, as in a build or an installation.
+std::string installed_module();
+
 /// Loads and initialises a module; releases and unloads it.
 class Module
 {

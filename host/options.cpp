@@ -1,6 +1,6 @@
 #include "host/options.h"
 
-#include "host/framework.h"
+#include "host/module.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -88,7 +88,7 @@ Options parse_options(int argc, char** argv)
                                           {"version", no_argument, nullptr, 'V'},
                                           {nullptr, 0, nullptr, 0}};
     Options options;
-    options.module = library_folder() + "rpc_ireal_Optimize_Option.so";
+    options.module = installed_module();
     opterr = 0;
     for (int letter = 0;
          (letter = getopt_long(argc, argv, "+:m:jhV", long_options, nullptr)) != -1;) {

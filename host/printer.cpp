@@ -1,5 +1,6 @@
 #include "host/printer.h"
 
+#include "fwbase/text.h"
 #include "host/text.h"
 
 #include <algorithm>
@@ -12,7 +13,7 @@ namespace host
 namespace
 {
 
-bool is(const owned<Param>& param, unsigned type)
+bool is(const owned<fwbase::Param>& param, unsigned type)
 {
     return param->type() == type;
 }
@@ -45,23 +46,23 @@ public:
 
     void attributes(const rpc::IIfaceRealize::IAtt& attributes) override
     {
-        line("name         " + printable(attributes.name));
-        line("id           " + printable(attributes.id));
-        line("description  " + printable(gbk_to_utf8(attributes.desc)));
+        line("name         " + fwbase::printable(attributes.name));
+        line("id           " + fwbase::printable(attributes.id));
+        line("description  " + fwbase::printable(fwbase::gbk_to_utf8(attributes.desc)));
     }
 
     void operation(const rpc::IIfaceRealize::FAtt& operation) override
     {
-        line(printable(operation.name));
+        line(fwbase::printable(operation.name));
     }
 
-    void item(const Message& reply) override
+    void item(const fwbase::Message& reply) override
     {
         outputs(reply);
         std::fflush(m_out);
     }
 
-    void end(ec::EC result, const Message* reply) override
+    void end(ec::EC result, const fwbase::Message* reply) override
     {
         if (reply == nullptr) {
             line(painted(style::bad, "no reply") + " (result " + hexadecimal(result) + ")");
@@ -78,9 +79,9 @@ public:
     void refused(const std::string&) override {}
 
 private:
-    void outputs(const Message& reply)
+    void outputs(const fwbase::Message& reply)
     {
-        for (const owned<Param>& param : reply.all()) {
+        for (const owned<fwbase::Param>& param : reply.all()) {
             if (is(param, rpc::T_UINT32)) {
                 line(std::to_string(param->number()));
             } else if (is(param, rpc::T_UINT32_LIST)) {
@@ -92,8 +93,9 @@ private:
                 for (const ServiceRow& row : service_rows(*param)) {
                     heading(right("ID") + "  " + left("NAME", 20) + "  " + left("STATE", 11) +
                             "  DESCRIPTION");
-                    line(right(std::to_string(row.id)) + "  " + left(printable(row.name), 20) +
-                         "  " + state(row.op) + "  " + printable(row.desc));
+                    line(right(std::to_string(row.id)) + "  " +
+                         left(fwbase::printable(row.name), 20) + "  " + state(row.op) + "  " +
+                         fwbase::printable(row.desc));
                 }
             }
         }
@@ -149,7 +151,7 @@ public:
     {
         line({{"name", attributes.name},
               {"id", attributes.id},
-              {"description", gbk_to_utf8(attributes.desc)},
+              {"description", fwbase::gbk_to_utf8(attributes.desc)},
               {"extra", attributes.extra}});
     }
 
@@ -158,9 +160,12 @@ public:
         line({{"operation", operation.name}, {"extra", operation.extra}});
     }
 
-    void item(const Message& reply) override { line(with_outputs({{"reply", "item"}}, reply)); }
+    void item(const fwbase::Message& reply) override
+    {
+        line(with_outputs({{"reply", "item"}}, reply));
+    }
 
-    void end(ec::EC result, const Message* reply) override
+    void end(ec::EC result, const fwbase::Message* reply) override
     {
         if (reply == nullptr) {
             line({{"reply", "none"}, {"result", hexadecimal(result)}});
@@ -175,10 +180,10 @@ public:
     }
 
 private:
-    static Json with_outputs(Json object, const Message& reply)
+    static Json with_outputs(Json object, const fwbase::Message& reply)
     {
         object["code"] = hexadecimal(reply.code());
-        for (const owned<Param>& param : reply.all()) {
+        for (const owned<fwbase::Param>& param : reply.all()) {
             if (is(param, rpc::T_UINT32)) {
                 object["value"] = param->number();
             } else if (is(param, rpc::T_UINT32_LIST)) {
@@ -216,16 +221,16 @@ std::unique_ptr<Printer> json_printer(std::FILE* out)
     return std::make_unique<JsonPrinter>(out);
 }
 
-std::vector<ServiceRow> service_rows(const Param& param)
+std::vector<ServiceRow> service_rows(const fwbase::Param& param)
 {
     constexpr std::array<unsigned, 4> fields = {rpc::T_UINT32, rpc::T_STRING, rpc::T_STRING,
                                                 rpc::T_UINT32};
     std::vector<ServiceRow> rows;
-    for (const owned<Params>& record : param.records()) {
-        const std::vector<owned<Param>>& all = record->all();
+    for (const owned<fwbase::Params>& record : param.records()) {
+        const std::vector<owned<fwbase::Param>>& all = record->all();
         if (std::equal(all.begin(), all.end(), fields.begin(), fields.end(), is)) {
-            rows.push_back(
-                {all[0]->number(), all[1]->text(), gbk_to_utf8(all[2]->text()), all[3]->number()});
+            rows.push_back({all[0]->number(), all[1]->text(), fwbase::gbk_to_utf8(all[2]->text()),
+                            all[3]->number()});
         }
     }
     return rows;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "framework/rpc.h"
-#include "host/message.h"
+#include "fwbase/message.h"
 
 #include <cstdio>
 #include <memory>
@@ -20,9 +20,9 @@ public:
     virtual void attributes(const rpc::IIfaceRealize::IAtt& attributes) = 0;
     virtual void operation(const rpc::IIfaceRealize::FAtt& operation) = 0;
     /// A reply that came before the final one.
-    virtual void item(const Message& reply) = 0;
+    virtual void item(const fwbase::Message& reply) = 0;
     /// The end of a call: its result code, and its reply if it got one.
-    virtual void end(ec::EC result, const Message* reply) = 0;
+    virtual void end(ec::EC result, const fwbase::Message* reply) = 0;
     /// A line of input that is no call.
     virtual void refused(const std::string& reason) = 0;
 };
@@ -42,6 +42,6 @@ struct ServiceRow {
 };
 
 /// The services of a T_RECORD_LIST parameter; records that are none are left out.
-std::vector<ServiceRow> service_rows(const Param& param);
+std::vector<ServiceRow> service_rows(const fwbase::Param& param);
 
 } // namespace host

@@ -3,7 +3,7 @@
 
 #include "conf/conf.h"
 #include "framework/rpc.h"
-#include "rpc/system_optimize_item.h"
+#include "conf/system_optimize_item.h"
 #include "service/redhat_service.h"
 
 #include <memory>

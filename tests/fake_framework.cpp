@@ -1,8 +1,8 @@
 #include "tests/fake_framework.h"
 
 #include "framework/xml.h"
-#include "host/framework.h"
-#include "host/xml_document.h"
+#include "fwbase/framework.h"
+#include "fwbase/xml_document.h"
 
 #include <forward_list>
 
@@ -14,6 +14,7 @@ Faults xml_faults;
 Faults memory_faults;
 Faults exhaustion;
 std::string run_log;
+int rpc_references = 0;
 
 namespace
 {
@@ -50,7 +51,7 @@ class Framework final : public fwbase::IFWBase,
     fwbase::IObjRegistry* obj_registry() override { return this; }
     fwbase::IMemManager* mem_manager() override { return this; }
     rpc::IMsgFactory* msg_factory() override { return this; }
-    void release() override { static_cast<rpc::IRpcService*>(m_rpc)->release(); }
+    void release() override { --rpc_references; }
     void* alloc(std::size_t size) override { return real().mem_manager()->alloc(size); }
     void free(void* storage) override { real().mem_manager()->free(storage); }
     ec::EC new_block(fwbase::IDataBlock*& block, std::uint32_t size) override
@@ -64,13 +65,14 @@ class Framework final : public fwbase::IFWBase,
         fake::run_log +=
             std::to_string(type) + ' ' + text + " [" + (where ? where : "null") + "]\n";
     }
-    ec::EC query(const char* name, void** object) override
+    ec::EC query(const char*, void** object) override
     {
         if (rpc_faults.strike("query", 0x04010001)) {
             return rpc_faults.code;
         }
+        ++rpc_references;
         *object = static_cast<rpc::IRpcService*>(this);
-        return real().obj_registry()->query(name, &m_rpc);
+        return 0x80000000;
     }
     rpc::IRequest* new_request(const char* name) override
     {
@@ -94,10 +96,9 @@ class Framework final : public fwbase::IFWBase,
                    : m_factory.new_param(type, value, hand_over);
     }
 
-    static fwbase::IFWBase& real() { return host::framework(); }
+    static fwbase::IFWBase& real() { return fwbase::reference_framework(); }
 
-    void* m_rpc = nullptr;
-    host::MsgFactory m_factory;
+    fwbase::MsgFactory m_factory;
 };
 
 /// A document, a node or a list of the reference host's. Insists on releases in reverse order.
@@ -187,5 +188,5 @@ fwbase::IFWBase* fwbase::IFWBase::instance()
 IXmlDocument* newXmlDocument()
 {
     fake::Xml::step("another");
-    return fake::Xml::give_out(host::new_xml_document());
+    return fake::Xml::give_out(fwbase::new_xml_document());
 }

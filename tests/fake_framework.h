@@ -33,6 +33,7 @@ extern Faults memory_faults; // null from the non-throwing new
 extern Faults exhaustion;    // std::bad_alloc from the other
 
 extern std::string run_log; // "TYPE TEXT [WHERE]\n" per entry
+extern int rpc_references;  // obtained and not given back
 extern long living_objects; // made with new
 extern std::size_t largest_object;
 

@@ -1,5 +1,4 @@
 // The interface object: from call block to reply block, and what is left when the framework fails.
-#include "host/framework.h"
 #include "host/printer.h"
 #include "rpc/system_option_s.h"
 #include "tests/fake_framework.h"
@@ -23,12 +22,12 @@ struct Command final : rpc::ICommand {
     ec::EC reply(ec::EC code, fwbase::IDataBlock* block) override
     {
         const owned<fwbase::IDataBlock> taken(block);
-        last = owned<host::Message>(new host::Message(""));
+        last = owned<fwbase::Message>(new fwbase::Message(""));
         EXPECT_NE(last->read(block->data(), block->size()), 0);
         return fake::rpc_faults.strike("reply") ? 0 : code;
     }
 
-    owned<host::Message> last;
+    owned<fwbase::Message> last;
 };
 
 class InterfaceTest : public Workspace
@@ -46,7 +45,7 @@ protected:
     ~InterfaceTest() override
     {
         m_interface.release();
-        EXPECT_EQ(host::rpc_references(), 0);
+        EXPECT_EQ(fake::rpc_references, 0);
     }
 
     static void reset_conf()
@@ -82,7 +81,7 @@ TEST_F(InterfaceTest, DescribesItself)
     rpc_ireal_Optimize_Option()->release();
 
     EXPECT_EQ(m_interface.init(nullptr), success); // keeps one reference
-    EXPECT_EQ(host::rpc_references(), 1);
+    EXPECT_EQ(fake::rpc_references, 1);
     ex_std::vector<const rpc::IIfaceRealize::FAtt*> list(3);
     EXPECT_EQ(m_interface.fatts(list), 0x840C0000);
     EXPECT_EQ(list.at(14)->name + list.back()->extra, "set_optimize_sorce"); // the last by name
@@ -94,7 +93,7 @@ TEST_F(InterfaceTest, DescribesItself)
     EXPECT_EQ(m_interface.init(nullptr), 0x04010001U);
     fake::memory_faults = {1, {}, 0};
     EXPECT_EQ(m_interface.init(nullptr), 0U);
-    EXPECT_EQ(host::rpc_references(), 0);
+    EXPECT_EQ(fake::rpc_references, 0);
 }
 
 TEST_F(InterfaceTest, ReadsCallBlocks)

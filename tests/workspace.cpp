@@ -1,6 +1,5 @@
 #include "tests/workspace.h"
 
-#include "host/framework.h"
 #include "host/printer.h"
 
 #include <cstdlib>
@@ -69,7 +68,8 @@ std::string Workspace::read(const std::string& path)
 owned<fwbase::IDataBlock> raw_block(const std::string& bytes)
 {
     fwbase::IDataBlock* block = nullptr;
-    host::framework().mem_manager()->new_block(block, static_cast<std::uint32_t>(bytes.size()));
+    fwbase::IFWBase::instance()->mem_manager()->new_block(block,
+                                                          static_cast<std::uint32_t>(bytes.size()));
     std::copy(bytes.begin(), bytes.end(), block->buffer());
     return owned<fwbase::IDataBlock>(block);
 }
@@ -83,7 +83,7 @@ std::string call(rpc::IIfaceRealize& interface, const host::Call& call)
     ec::EC result = 0;
     const auto reply = host::run_call(
         interface, *host::make_call_block(call),
-        [&printer](const host::Message& item) { printer->item(item); }, result);
+        [&printer](const fwbase::Message& item) { printer->item(item); }, result);
     printer->end(result, reply.get());
     std::fclose(out);
     std::istringstream words(text);

@@ -1,6 +1,6 @@
 // The reference host's XML layer and how it replaces files.
 #include "framework/owned.h"
-#include "host/xml_document.h"
+#include "fwbase/xml_document.h"
 #include "tests/workspace.h"
 
 #include <gmock/gmock.h>
@@ -29,7 +29,7 @@ protected:
         return read("conf.xml");
     }
 
-    owned<IXmlDocument> m_document{host::new_xml_document()};
+    owned<IXmlDocument> m_document{fwbase::new_xml_document()};
     owned<IXmlNode> m_root;
 };
 

@@ -1,5 +1,5 @@
 #include "framework/xml.h"
-#include "host/xml_document.h"
+#include "fwbase/xml_document.h"
 
 #include <utility>
 
@@ -46,7 +46,7 @@ const char* CLiteXmlException::what() const noexcept
     return m_what.c_str();
 }
 
-std::string host::take_last_xml_error()
+std::string fwbase::take_last_xml_error()
 {
     return std::exchange(last_error, std::string());
 }

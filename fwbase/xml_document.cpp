@@ -1,6 +1,6 @@
-#include "host/xml_document.h"
+#include "fwbase/xml_document.h"
 
-#include "host/atomic_file.h"
+#include "fwbase/atomic_file.h"
 
 #include <algorithm>
 #include <climits>
@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-namespace host
+namespace fwbase
 {
 
 namespace
@@ -606,4 +606,4 @@ IXmlDocument* new_xml_document()
     return new Document;
 }
 
-} // namespace host
+} // namespace fwbase

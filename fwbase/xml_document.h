@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace host
+namespace fwbase
 {
 
 /// A new, empty document, which the caller owns. Safe to call from several threads.
@@ -19,4 +19,4 @@ IXmlDocument* new_xml_document();
 /// there was none. Modules tell their callers only that an operation failed: this is the reason.
 std::string take_last_xml_error();
 
-} // namespace host
+} // namespace fwbase

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace host
+namespace fwbase
 {
 
 /// The most bytes that a file may have, to be read and to be written.
@@ -23,4 +23,4 @@ std::string read_file(const char* path);
 /// exception is a folder that cannot be flushed after the exchange, where the new file stands.
 void replace_file(const char* path, std::string_view bytes);
 
-} // namespace host
+} // namespace fwbase

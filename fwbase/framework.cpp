@@ -1,18 +1,16 @@
-#include "host/framework.h"
+#include "fwbase/framework.h"
 
 #include "framework/rpc.h"
-#include "host/message.h"
-#include "host/text.h"
+#include "fwbase/message.h"
+#include "fwbase/text.h"
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <memory>
 #include <new>
 
-namespace host
+namespace fwbase
 {
 
 namespace
@@ -22,7 +20,7 @@ constexpr ec::EC success = 0x80000000;
 constexpr ec::EC no_such_object = 0x04010001;
 constexpr ec::EC no_memory = 0x04020001;
 
-class RunLog final : public fwbase::IRunLog
+class RunLog final : public IRunLog
 {
 public:
     void log(std::uint32_t type, const char* text, const char* where) override
@@ -32,10 +30,10 @@ public:
     }
 };
 
-class DataBlock final : public fwbase::IDataBlock
+class DataBlock final : public IDataBlock
 {
 public:
-    /// Takes `size` bytes over.
+    /// Takes ownership of `size` bytes.
     DataBlock(std::unique_ptr<unsigned char[]> bytes, std::uint32_t size)
         : m_bytes(std::move(bytes)), m_capacity(size), m_size(size)
     {
@@ -53,10 +51,10 @@ private:
     std::uint32_t m_size;
 };
 
-class MemManager final : public fwbase::IMemManager
+class MemManager final : public IMemManager
 {
 public:
-    ec::EC new_block(fwbase::IDataBlock*& block, std::uint32_t size) override
+    ec::EC new_block(IDataBlock*& block, std::uint32_t size) override
     {
         std::unique_ptr<unsigned char[]> bytes(new (std::nothrow) unsigned char[size]);
         if (!bytes) {
@@ -73,25 +71,18 @@ public:
     void free(void* storage) override { std::free(storage); }
 };
 
+/// Lives as long as the process, so references to it are not counted.
 class RpcService final : public rpc::IRpcService
 {
 public:
     rpc::IMsgFactory* msg_factory() override { return &m_factory; }
-    void release() override { --m_references; }
-
-    RpcService* obtain()
-    {
-        ++m_references;
-        return this;
-    }
-    int references() const { return m_references; }
+    void release() override {}
 
 private:
     MsgFactory m_factory;
-    std::atomic<int> m_references{0};
 };
 
-class Registry final : public fwbase::IObjRegistry
+class Registry final : public IObjRegistry
 {
 public:
     ec::EC query(const char* name, void** object) override
@@ -99,22 +90,20 @@ public:
         if (std::strcmp(name, "obj.fws.rpc") != 0) {
             return no_such_object;
         }
-        *object = static_cast<rpc::IRpcService*>(m_rpc.obtain());
+        *object = static_cast<rpc::IRpcService*>(&m_rpc);
         return success;
     }
-
-    const RpcService& rpc() const { return m_rpc; }
 
 private:
     RpcService m_rpc;
 };
 
-class Framework final : public fwbase::IFWBase
+class Framework final : public IFWBase
 {
 public:
-    fwbase::IRunLog* run_log() override { return &m_log; }
-    Registry* obj_registry() override { return &m_registry; }
-    fwbase::IMemManager* mem_manager() override { return &m_memory; }
+    IRunLog* run_log() override { return &m_log; }
+    IObjRegistry* obj_registry() override { return &m_registry; }
+    IMemManager* mem_manager() override { return &m_memory; }
 
 private:
     RunLog m_log;
@@ -122,30 +111,12 @@ private:
     MemManager m_memory;
 };
 
-Framework& the_framework()
+} // namespace
+
+IFWBase& reference_framework()
 {
     static Framework framework;
     return framework;
 }
 
-} // namespace
-
-fwbase::IFWBase& framework()
-{
-    return the_framework();
-}
-
-std::string library_folder()
-{
-    Dl_info info = {};
-    ::dladdr(reinterpret_cast<const void*>(&the_framework), &info);
-    const std::string path = info.dli_fname == nullptr ? "" : info.dli_fname;
-    return path.substr(0, path.rfind('/') + 1);
-}
-
-int rpc_references()
-{
-    return the_framework().obj_registry()->rpc().references();
-}
-
-} // namespace host
+} // namespace fwbase

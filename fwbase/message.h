@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-namespace host
+namespace fwbase
 {
 
 class Params;
@@ -125,4 +125,4 @@ public:
     rpc::IParam* new_param(unsigned type, const void* value, int hand_over) override;
 };
 
-} // namespace host
+} // namespace fwbase

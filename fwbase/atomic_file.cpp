@@ -1,4 +1,4 @@
-#include "host/atomic_file.h"
+#include "fwbase/atomic_file.h"
 
 #include "framework/xml.h"
 
@@ -14,7 +14,7 @@
 #include <unistd.h>
 #include <utility>
 
-namespace host
+namespace fwbase
 {
 
 namespace
@@ -273,4 +273,4 @@ void replace_file(const char* path, std::string_view bytes)
     check(path, flushed == -1 && errno == EINVAL ? 0 : flushed, "cannot flush the folder");
 }
 
-} // namespace host
+} // namespace fwbase

@@ -1,4 +1,4 @@
-#include "host/message.h"
+#include "fwbase/message.h"
 
 #include <algorithm>
 #include <cstring>
@@ -6,7 +6,7 @@
 #include <memory>
 #include <new>
 
-namespace host
+namespace fwbase
 {
 
 /// Writes into a buffer as long as it lasts, and counts in any case.
@@ -381,4 +381,4 @@ rpc::IParam* MsgFactory::new_param(unsigned type, const void* value, int hand_ov
     return or_null([=] { return Param::make(type, value, hand_over != 0).release(); });
 }
 
-} // namespace host
+} // namespace fwbase
