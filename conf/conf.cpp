@@ -22,15 +22,15 @@ constexpr const char* score_path = "//kavra_conf/myself_config/optimize_sorce";
 constexpr const char* count_path = "//kavra_conf/myself_config/optimize_num";
 constexpr const char* info_path = "//kavra_conf/service_optimize/info";
 
-// Held from load to save by every operation that writes: each of them replaces the whole file, so
-// overlapping ones would undo one another.
+// Locked from load to save by every operation that writes. Each of them replaces the whole file, so
+// overlapping ones would undo each other's changes.
 std::mutex write_mutex;
 
 enum class Access { read, write };
 
-/// The one document cycle: load the file, select, work on the selection, save it if `access` is
-/// write, and give everything back in reverse order. False when nothing was selected, when `work`
-/// returns false (both without saving), or when the XML library throws.
+/// The document cycle of every operation: loads the file, selects, works on the selection, saves
+/// the file if `access` is write, and releases everything in reverse order. Returns false if the
+/// selection is null or `work` returns false, both without saving, or if the XML library throws.
 template <class Selected, class Work>
 bool run_cycle(Access access, Selected* (IXmlNode::*select)(const char*), const char* xpath,
                Work work)
@@ -48,7 +48,7 @@ bool run_cycle(Access access, Selected* (IXmlNode::*select)(const char*), const 
         if (done && access == Access::write) {
             document->save(CConf::m_confPath);
         }
-        // Not left to the guards: a release() that throws makes the operation fail.
+        // Not left to the guards, which would hide an exception that makes the operation fail.
         give_back(selected);
         give_back(root);
         give_back(document);
@@ -58,8 +58,8 @@ bool run_cycle(Access access, Selected* (IXmlNode::*select)(const char*), const 
     }
 }
 
-/// Runs a cycle over the service entries in document order; `visit` gets each entry and returns
-/// false to end the cycle without saving.
+/// Runs a cycle that calls `visit` with each service entry in document order. If `visit` returns
+/// false, the cycle ends without saving.
 template <class Visit>
 bool for_each_service(Access access, Visit visit)
 {
@@ -102,18 +102,18 @@ bool read_number(const char* xpath, unsigned int& number)
     return done;
 }
 
-/// Brings one entry in line with its live service; returns the state to list it with, or nothing
-/// when it is not to be listed.
+/// Brings one entry in line with its live service. Returns the state to list it with, or nothing if
+/// it is not listed.
 std::optional<int> reconcile(IXmlNode& info, const TServiceInfo& live)
 {
     const bool off = live.level == "off";
     const bool running = live.xinetd ? live.level == "on" : !off;
     const int stored = number_attribute(info, "op");
     if (!running && !off) {
-        return stored; // an xinetd state that is neither on nor off says nothing
+        return stored; // xinetd, neither on nor off: leave the entry as it is
     }
-    // The levels recorded for a service that the module switched off must survive until it is
-    // restored, and an ignored service is left alone.
+    // A service that the module switched off keeps its recorded levels until it is restored, and an
+    // ignored service is left alone.
     if (stored == (running ? OPT_IGNORED : OPT_OPTIMIZED)) {
         return stored;
     }
@@ -145,8 +145,7 @@ bool CConf::SetOptimizeScore(unsigned int score)
                      });
 }
 
-bool CConf::GetValidServiceList(const CServiceMap& services,
-                                std::vector<rpc::SystemOptimize_Item>& items)
+bool CConf::GetValidServiceList(const CServiceMap& services, rpc::Items& items)
 {
     return for_each_service(Access::write, [&](IXmlNode& info) {
         const auto live = services.find(info.attribute("name")->value());
@@ -177,7 +176,7 @@ bool CConf::GetServiceFromConfigByOp(std::vector<ServiceOptimize>& services, Opt
 {
     return for_each_service(Access::read, [&](IXmlNode& info) {
         if (number_attribute(info, "op") == op) {
-            // Braces read the attributes in this order.
+            // A braced list evaluates from left to right, so attributes are read in this order.
             services.push_back(ServiceOptimize{
                 number_attribute(info, "id"), info.attribute("name")->value(), op,
                 info.attribute("level")->value(), number_attribute(info, "xinetd") != 0});
@@ -217,8 +216,8 @@ bool CConf::FindServiceById(const std::vector<ServiceOptimize>& services, int id
 
 std::string CConf::utf8_to_gbk(const std::string& text)
 {
-    // GBK needs at most two bytes for what UTF-8 writes in at least one, so the zeros behind the
-    // output never run out.
+    // GBK needs at most two bytes where UTF-8 needs at least one, so zeros always follow the
+    // output.
     std::size_t left = std::strlen(text.c_str());
     std::size_t room = 4 * left;
     const std::unique_ptr<char[]> gbk(left == 0 ? nullptr : new (std::nothrow) char[room]());

@@ -1,5 +1,5 @@
-// The configuration store: the candidate services with their states, the score and the count, in
-// one XML file.
+// The configuration store: one XML file with the candidate services and their states, the score and
+// the count.
 #pragma once
 
 #include "conf/system_optimize_item.h"
@@ -10,32 +10,31 @@
 
 /// State of a configured service; stored as decimal text.
 enum OptimizeOperate : int {
-    OPT_NONE = 0,       ///< running, a candidate for optimisation
+    OPT_NONE = 0,       ///< running; a candidate for optimisation
     OPT_OPTIMIZED = 1,  ///< switched off by the module
-    OPT_IGNORED = 2,    ///< running, and to be left so
-    OPT_UNAVAILABLE = 3 ///< not on the machine, or switched off by somebody else; never listed
+    OPT_IGNORED = 2,    ///< running; the user wants it left alone
+    OPT_UNAVAILABLE = 3 ///< not on the machine, or switched off by others; not listed
 };
 
 /// One configured service.
 struct ServiceOptimize {
     int id = 0;
-    std::string name; ///< as the listing prints it
+    std::string name; ///< UTF-8, as the listing prints it
     OptimizeOperate op = OPT_NONE;
     std::string level; ///< run levels when last seen running ("2345"), "on" or "off"
     bool xinetd = false;
 };
 
-/// Typed reads and writes of the file. Every operation that touches the file loads it anew, and a
-/// writing one replaces it whole.
+/// Typed reads and writes of the file. Every operation that uses the file loads it anew. Every
+/// operation that writes replaces the whole file.
 ///
-/// All operations return false when the file cannot be loaded or saved or lacks what the operation
-/// needs. Then a number or record to be set is as it was, and so is the file, unless what failed
-/// came after the new file had taken its place. Text is UTF-8 unless said otherwise. A malformed
-/// number is no error: numbers are read as far as they go, no digits are 0, and what exceeds a
-/// signed 32-bit integer is cut to its limits.
+/// An operation returns false if the file cannot be loaded or saved, or lacks the element that the
+/// operation needs. Numbers and records to be set then keep their values. The file is unchanged
+/// too, unless the failure came after the new file had replaced it. Text is UTF-8 unless stated
+/// otherwise. A malformed number is not an error: it is read up to the first character that is not
+/// a digit, text without digits is 0, and values are clamped to a signed 32-bit integer.
 ///
-/// Any operation may run on any thread. Writing ones wait for one another; reading ones see the
-/// file before or after a write, never between.
+/// Thread-safe. Writers take turns. Readers see the file before or after a write, never in between.
 class CConf
 {
 public:
@@ -46,15 +45,13 @@ public:
 
     static bool GetOptimizeScore(unsigned int& score);
     static bool GetOptimizeCount(unsigned int& count);
-    /// Writes the score, also when it is the stored one. A file without the score's element gets
-    /// none.
+    /// Writes the score, even if it has not changed. Fails if the file has no element for it.
     static bool SetOptimizeScore(unsigned int score);
 
     /// Reconciles every configured entry with the live list, saves the file, and appends a record
-    /// for each entry that a client should see to `items`, in document order. The strings of the
-    /// appended records are the caller's, also after a failure.
-    static bool GetValidServiceList(const CServiceMap& services,
-                                    std::vector<rpc::SystemOptimize_Item>& items);
+    /// to `items` for each entry that a client should see, in document order. The caller owns the
+    /// strings of the appended records, even after a failure.
+    static bool GetValidServiceList(const CServiceMap& services, rpc::Items& items);
 
     /// Appends the entries whose state is `op` to `services`, in document order. Entries appended
     /// before a failure stay.
@@ -65,11 +62,13 @@ public:
     /// saves the file even when no entry matched.
     static bool ModifyOpByIds(const std::vector<int>& ids, OptimizeOperate op);
 
-    /// Copies the first entry with that id to `found`. Does not touch the file.
+    /// Copies the first entry with that id to `found`; false if there is none. Does not use the
+    /// file.
     static bool FindServiceById(const std::vector<ServiceOptimize>& services, int id,
                                 ServiceOptimize& found);
 
-    /// The text in GBK, up to the first NUL or the first character that is not valid UTF-8 or not
-    /// in GBK. Empty when the C library has no such converter. Does not touch the file.
+    /// Converts UTF-8 to GBK, up to the first NUL or the first character that is not valid UTF-8 or
+    /// that GBK lacks. Returns an empty text if the C library has no such converter or there is no
+    /// memory for the buffer. Does not use the file.
     static std::string utf8_to_gbk(const std::string& text);
 };

@@ -1,4 +1,4 @@
-// The record of the listing operations on its way from the store to the reply.
+// The record of a listed service, which the store makes and a reply carries to the client.
 #pragma once
 
 #include "framework/rpc.h"
@@ -9,8 +9,8 @@
 namespace rpc
 {
 
-/// One listed service. Copies are shallow and share the two strings; exactly one place owns them at
-/// a time: the store that makes the record, then the operation, then the reply parameters.
+/// One listed service. Copies are shallow: they share the two strings, which have one owner at a
+/// time (the store that makes the record, then the operation, then the reply parameters).
 struct SystemOptimize_Item {
     rpc::int32 id;
     std::string* name; ///< heap object; UTF-8, as in the configuration file
@@ -18,28 +18,30 @@ struct SystemOptimize_Item {
     rpc::int32 op;     ///< an OptimizeOperate value
 };
 
-/// Frees, when it goes out of scope, the strings of those records whose pointers are not null, and
-/// makes the pointers null.
+using Items = std::vector<SystemOptimize_Item>;
+
+/// Frees the strings of all records and sets the pointers to null. Null pointers are skipped.
+inline void free_strings(Items& items) noexcept
+{
+    for (SystemOptimize_Item& item : items) {
+        delete item.name;
+        delete item.desc;
+        item.name = nullptr;
+        item.desc = nullptr;
+    }
+}
+
+/// Calls free_strings when it goes out of scope. Borrows the records.
 class ItemStringsGuard
 {
 public:
-    explicit ItemStringsGuard(std::vector<SystemOptimize_Item>& items) noexcept : m_items(items) {}
+    explicit ItemStringsGuard(Items& items) noexcept : m_items(items) {}
     ~ItemStringsGuard() { free_strings(m_items); }
     ItemStringsGuard(const ItemStringsGuard&) = delete;
     ItemStringsGuard& operator=(const ItemStringsGuard&) = delete;
 
-    static void free_strings(std::vector<SystemOptimize_Item>& items) noexcept
-    {
-        for (SystemOptimize_Item& item : items) {
-            delete item.name;
-            delete item.desc;
-            item.name = nullptr;
-            item.desc = nullptr;
-        }
-    }
-
 private:
-    std::vector<SystemOptimize_Item>& m_items;
+    Items& m_items;
 };
 
 } // namespace rpc

@@ -11,7 +11,7 @@ namespace rpc
 namespace
 {
 
-constexpr std::uint32_t entry_type = 8; // the type's number is also its bit in the host's mask
+constexpr std::uint32_t entry_type = 8; // also the bit that enables it in the host's mask
 
 // "请求包数据超长:%d(B)" in GBK: request packet data too long.
 constexpr const char* text_format =
@@ -19,20 +19,21 @@ constexpr const char* text_format =
 
 } // namespace
 
-void log_oversized_reply(const FailurePlace& place, std::uint32_t size)
+void log_oversized_reply(const SourceLocation& location, std::uint32_t size)
 {
     using fwbase::IRunLog;
     if ((IRunLog::ms_type_sign & entry_type) == 0) {
         return;
     }
+    std::unique_ptr<char[]> where; // declared first, so that it is freed after the text
     const std::unique_ptr<char[]> text(IRunLog::FormatStr(text_format, static_cast<int>(size)));
     if (!text) {
         return;
     }
-    const std::unique_ptr<char[]> where(IRunLog::FormatStr(
-        "this(0x%" PRIxPTR ") ec::EC rpc::CIfaceRealize_Optimize_Option::%s(%s) %s(%d) CT:%s %s",
-        reinterpret_cast<std::uintptr_t>(place.object), place.member, place.arguments,
-        "system_option_s", place.line, __DATE__, __TIME__));
+    where.reset(IRunLog::FormatStr("this(0x%" PRIxPTR ") %s %s(%d) CT:%s %s",
+                                   reinterpret_cast<std::uintptr_t>(location.object),
+                                   location.signature, "system_option_s", location.line, __DATE__,
+                                   __TIME__));
     fwbase::IFWBase::instance()->run_log()->log(entry_type, text.get(), where.get());
 }
 

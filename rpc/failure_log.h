@@ -6,16 +6,16 @@
 namespace rpc
 {
 
-/// Where a reply was refused.
-struct FailurePlace {
+/// The place in the source that refuses a reply.
+struct SourceLocation {
     const void* object;    ///< the interface object
-    const char* member;    ///< name of the handler or reply operation
-    const char* arguments; ///< its argument types, as in its declaration
-    int line;              ///< line of the size check in system_option_s
+    const char* signature; ///< handler or reply operation, as the compiler spells its signature
+    int line;              ///< in system_option_s
 };
 
-/// Logs that a reply of `size` bytes was too large to deliver, if the host has entries of this type
-/// enabled. Does nothing without memory for the text.
-void log_oversized_reply(const FailurePlace& place, std::uint32_t size);
+/// Logs that a reply of `size` bytes is too large to deliver. Does nothing if the host has disabled
+/// entries of this type, or if there is no memory for the text. Thread-safe if the host's run log
+/// is.
+void log_oversized_reply(const SourceLocation& location, std::uint32_t size);
 
 } // namespace rpc

@@ -1,6 +1,5 @@
 #include "rpc/system_option.h"
 
-#include "rpc/result_codes.h"
 #include "rpc/system_option_s.h"
 
 #include <mutex>
@@ -11,9 +10,10 @@ namespace rpc
 namespace
 {
 
-// Held from the look at the machine or the file to the record of what was done, never while a reply
-// is sent. Without it a listing that was read before a switch would undo the record of that switch,
-// and with it the run levels to restore; and one listing would take its locale from another.
+// Locked from the look at the machine or the file until the result is recorded, but not while a
+// reply is sent. A listing that was read before a switch must not be recorded after it: that would
+// undo the record of the switch and lose the run levels. Two listings at once would also disturb
+// each other's locale.
 std::mutex services_mutex;
 
 ec::EC result_of(bool done)
@@ -49,9 +49,9 @@ ec::EC Optimize_Option::set_optimize_sorce(ICommand*, const rpc::int32& score)
     return result_of(CConf::SetOptimizeScore(score));
 }
 
-ec::EC Optimize_Option::ls_service(ICommand* cmd, std::vector<SystemOptimize_Item>& items)
+ec::EC Optimize_Option::ls_service(ICommand* cmd, Items& items)
 {
-    std::vector<SystemOptimize_Item> records;
+    Items records;
     const ItemStringsGuard unsent(records);
     {
         const std::lock_guard<std::mutex> lock(services_mutex);
@@ -63,7 +63,7 @@ ec::EC Optimize_Option::ls_service(ICommand* cmd, std::vector<SystemOptimize_Ite
     }
     for (SystemOptimize_Item& record : records) {
         items.push_back(record);
-        record.name = nullptr; // the strings now belong to the reply, sent or not
+        record.name = nullptr; // the strings belong to the reply now, even if it is not sent
         record.desc = nullptr;
         m_realize->ret_ls_service(cmd, operation_result::success, items);
         items.clear();
@@ -71,15 +71,15 @@ ec::EC Optimize_Option::ls_service(ICommand* cmd, std::vector<SystemOptimize_Ite
     return operation_result::success;
 }
 
-bool Optimize_Option::SetOSService(const std::vector<unsigned int>& ids, std::vector<int>& done,
-                                   bool checkOnly, OptimizeOperate op)
+bool Optimize_Option::SetOSService(const Ids& ids, std::vector<int>& done, bool checkOnly,
+                                   OptimizeOperate op)
 {
     std::vector<ServiceOptimize> services;
     if (!CConf::GetServiceFromConfigByOp(services, op)) {
         return false;
     }
     for (const unsigned int unsigned_id : ids) {
-        const int id = static_cast<int>(unsigned_id); // bit for bit: 4294967295 names the entry -1
+        const int id = static_cast<int>(unsigned_id); // bit for bit: 4294967295 is the entry -1
         ServiceOptimize service;
         if (!CConf::FindServiceById(services, id, service)) {
             continue;
@@ -97,97 +97,48 @@ bool Optimize_Option::SetOSService(const std::vector<unsigned int>& ids, std::ve
     return true;
 }
 
-/// The machine is changed first, then the file, and the client hears of an id after both.
-ec::EC Optimize_Option::change_services(const Change& change, ICommand* cmd,
-                                        const std::vector<unsigned int>& ids,
-                                        std::vector<unsigned int>& out)
+// Changes the machine first, then the file, and tells the client last: an id that the client hears
+// of is recorded.
+ec::EC Optimize_Option::change_services(const Transition& transition, ICommand* cmd, const Ids& ids,
+                                        Ids& out)
 {
     std::vector<int> done;
     {
         const std::lock_guard<std::mutex> lock(services_mutex);
-        if (!SetOSService(ids, done, change.checkOnly, change.from)) {
+        if (!SetOSService(ids, done, transition.checkOnly, transition.from)) {
             return operation_result::failure;
         }
-        if (!done.empty() && !CConf::ModifyOpByIds(done, change.to)) {
+        if (!done.empty() && !CConf::ModifyOpByIds(done, transition.to)) {
             return operation_result::failure;
         }
     }
     for (const int id : done) {
         out.push_back(static_cast<unsigned int>(id));
-        (m_realize->*change.reply)(cmd, operation_result::success, out);
+        (m_realize->*transition.reply)(cmd, operation_result::success, out);
         out.clear();
     }
     return operation_result::success;
 }
 
-ec::EC Optimize_Option::optimize_service(ICommand* cmd, const std::vector<unsigned int>& ids,
-                                         std::vector<unsigned int>& out)
+ec::EC Optimize_Option::optimize_service(ICommand* cmd, const Ids& ids, Ids& out)
 {
     return change_services(
         {false, OPT_NONE, OPT_OPTIMIZED, &CIfaceRealize_Optimize_Option::ret_optimize_service}, cmd,
         ids, out);
 }
 
-ec::EC Optimize_Option::restore_service(ICommand* cmd, const std::vector<unsigned int>& ids,
-                                        std::vector<unsigned int>& out)
+ec::EC Optimize_Option::restore_service(ICommand* cmd, const Ids& ids, Ids& out)
 {
     return change_services(
         {false, OPT_OPTIMIZED, OPT_NONE, &CIfaceRealize_Optimize_Option::ret_restore_service}, cmd,
         ids, out);
 }
 
-ec::EC Optimize_Option::ignore_service(ICommand* cmd, const std::vector<unsigned int>& ids,
-                                       const bool& ignore, std::vector<unsigned int>& out)
+ec::EC Optimize_Option::ignore_service(ICommand* cmd, const Ids& ids, const bool& ignore, Ids& out)
 {
     return change_services({true, ignore ? OPT_NONE : OPT_IGNORED, ignore ? OPT_IGNORED : OPT_NONE,
                             &CIfaceRealize_Optimize_Option::ret_ignore_service},
                            cmd, ids, out);
-}
-
-ec::EC Optimize_Option::ls_reg(ICommand*, std::vector<SystemOptimize_Item>&)
-{
-    return operation_result::success;
-}
-
-ec::EC Optimize_Option::ls_other(ICommand*, std::vector<SystemOptimize_Item>&)
-{
-    return operation_result::success;
-}
-
-ec::EC Optimize_Option::optimize_reg(ICommand*, const std::vector<unsigned int>&,
-                                     std::vector<unsigned int>&)
-{
-    return operation_result::success;
-}
-
-ec::EC Optimize_Option::optimize_other(ICommand*, const std::vector<unsigned int>&,
-                                       std::vector<unsigned int>&)
-{
-    return operation_result::success;
-}
-
-ec::EC Optimize_Option::restore_reg(ICommand*, const std::vector<unsigned int>&,
-                                    std::vector<unsigned int>&)
-{
-    return operation_result::success;
-}
-
-ec::EC Optimize_Option::restore_other(ICommand*, const std::vector<unsigned int>&,
-                                      std::vector<unsigned int>&)
-{
-    return operation_result::success;
-}
-
-ec::EC Optimize_Option::ignore_reg(ICommand*, const std::vector<unsigned int>&, const bool&,
-                                   std::vector<unsigned int>&)
-{
-    return operation_result::success;
-}
-
-ec::EC Optimize_Option::ignore_other(ICommand*, const std::vector<unsigned int>&, const bool&,
-                                     std::vector<unsigned int>&)
-{
-    return operation_result::success;
 }
 
 } // namespace rpc

@@ -1,8 +1,10 @@
 #include "rpc/system_option_s.h"
 
+#include "framework/owned.h"
+#include "rpc/failure_log.h"
+#include "rpc/reply_outputs.h"
 #include "rpc/result_codes.h"
 
-#include <type_traits>
 #include <utility>
 
 namespace rpc
@@ -11,14 +13,11 @@ namespace rpc
 namespace
 {
 
-constexpr std::uint32_t max_reply_size = 65520; // a reply of this size or more is never delivered
+constexpr std::uint32_t max_reply_size = 65520; // a reply of this size or more is not delivered
 constexpr std::uint32_t header_size = 4;        // of a call block
 constexpr std::uint32_t extension_length_at = 2;
 
-using Ids = std::vector<unsigned int>;
-using Items = std::vector<SystemOptimize_Item>;
-
-/// The next parameter of a request, or null when none is left.
+/// The next parameter of a request, or null if none is left.
 IParam* take(IParams& params)
 {
     IParam* param = nullptr;
@@ -26,151 +25,18 @@ IParam* take(IParams& params)
     return param;
 }
 
-/// The value storage of a parameter that is there and of that type, or null.
+/// The value storage of a parameter, or null if it is missing or of another type.
 const void* value_of(const IParam* param, unsigned type)
 {
     return param != nullptr && param->type() == type ? param->value() : nullptr;
 }
 
-/// The next parameter's id list, borrowed from the request, or null.
+/// The id list of the next parameter, borrowed from the request, or null.
 const Ids* take_ids(IParams& params)
 {
     const void* const storage = value_of(take(params), T_UINT32_LIST);
     return storage == nullptr ? nullptr : *static_cast<const Ids* const*>(storage);
 }
-
-/// The containers of a record list: owned here until a parameter has taken them over, and read by
-/// that parameter until the reply has been serialised.
-struct Containers {
-    std::vector<IParams*> list;
-    bool taken = false;
-
-    Containers() = default;
-    Containers(const Containers&) = delete;
-    Containers& operator=(const Containers&) = delete;
-    ~Containers()
-    {
-        for (std::size_t i = 0; !taken && i < list.size(); ++i) {
-            list[i]->release();
-        }
-    }
-};
-
-/// Makes parameters and adds them to a list; `made` turns false at the first that cannot be made,
-/// and nothing is added any more.
-class ParamAdder
-{
-public:
-    ParamAdder(IMsgFactory& factory, IParams& params) : m_factory(factory), m_params(params) {}
-
-    /// The value must stay alive until the message has been serialised.
-    ParamAdder& borrowed(unsigned type, const void* value)
-    {
-        if (m_made) {
-            add(m_factory.new_param(type, value, 0));
-        }
-        return *this;
-    }
-
-    /// Hands the string over; the pointer is null when the parameter has taken it.
-    ParamAdder& handed_over(std::string*& text)
-    {
-        if (m_made) {
-            IParam* const param = m_factory.new_param(T_STRING, text, 1);
-            if (param != nullptr) {
-                text = nullptr; // before add(), which may throw and then has freed the string
-            }
-            add(param);
-        }
-        return *this;
-    }
-
-    bool made() const { return m_made; }
-
-private:
-    void add(IParam* param)
-    {
-        m_made = param != nullptr;
-        if (m_made) {
-            m_params.add(param);
-        }
-    }
-
-    IMsgFactory& m_factory;
-    IParams& m_params;
-    bool m_made = true;
-};
-
-// Adding the outputs to a reply, one overload per reply shape: result::success, or the code of what
-// could not be made.
-
-ec::EC add_outputs(IMsgFactory&, IParams&, NoOutput&, Containers&)
-{
-    return result::success;
-}
-
-ec::EC add_outputs(IMsgFactory& factory, IParams& params, rpc::int32& value, Containers&)
-{
-    return ParamAdder(factory, params).borrowed(T_UINT32, &value).made() ? result::success
-                                                                         : result::no_parameter;
-}
-
-ec::EC add_outputs(IMsgFactory& factory, IParams& params, Ids& ids, Containers&)
-{
-    return ParamAdder(factory, params).borrowed(T_UINT32_LIST, &ids).made() ? result::success
-                                                                            : result::no_parameter;
-}
-
-ec::EC add_outputs(IMsgFactory& factory, IParams& params, Items& items, Containers& containers)
-{
-    containers.list.reserve(items.size());
-    for (SystemOptimize_Item& item : items) {
-        IParams* const record = factory.new_record();
-        if (record == nullptr) {
-            return result::no_record;
-        }
-        containers.list.push_back(record);
-        if (!ParamAdder(factory, *record)
-                 .borrowed(T_UINT32, &item.id)
-                 .handed_over(item.name)
-                 .handed_over(item.desc)
-                 .borrowed(T_UINT32, &item.op)
-                 .made()) {
-            return result::no_parameter;
-        }
-    }
-    IParam* const records = factory.new_param(T_RECORD_LIST, &containers.list, 0);
-    if (records == nullptr) {
-        return result::no_parameter;
-    }
-    containers.taken = true;
-    params.add(records);
-    return result::success;
-}
-
-/// Frees what the outputs own and no parameter has taken over: the strings of records.
-template <class Outputs>
-struct Leftovers {
-    explicit Leftovers(Outputs&) {}
-};
-template <>
-struct Leftovers<Items> : ItemStringsGuard {
-    using ItemStringsGuard::ItemStringsGuard;
-};
-
-// Argument types of the members, as the log shows them.
-constexpr const char* handler_arguments = "rpc::IRequest*, fwbase::IDataBlock*&, rpc::ICommand*";
-template <class Outputs>
-constexpr const char* reply_arguments = nullptr;
-template <>
-constexpr const char* reply_arguments<NoOutput> = "rpc::ICommand*, ec::EC";
-template <>
-constexpr const char* reply_arguments<rpc::int32> = "rpc::ICommand*, ec::EC, rpc::int32&";
-template <>
-constexpr const char* reply_arguments<Ids> = "rpc::ICommand*, ec::EC, std::vector<unsigned int>&";
-template <>
-constexpr const char* reply_arguments<Items> =
-    "rpc::ICommand*, ec::EC, std::vector<rpc::SystemOptimize_Item>&";
 
 using Impl = CIfaceRealize_Optimize_Option; // short, for the one-line members at the end
 
@@ -180,14 +46,32 @@ using Impl = CIfaceRealize_Optimize_Option; // short, for the one-line members a
 
 ec::EC Impl::init(void* arg)
 {
+    const struct {
+        const char* name;
+        Handler handler;
+    } operations[] = {{"get_optimize_sorce", &Impl::cf_get_optimize_sorce},
+                      {"set_optimize_sorce", &Impl::cf_set_optimize_sorce},
+                      {"get_optimize_num", &Impl::cf_get_optimize_num},
+                      {"ls_other", &Impl::cf_ls_other},
+                      {"ls_service", &Impl::cf_ls_service},
+                      {"ls_reg", &Impl::cf_ls_reg},
+                      {"optimize_other", &Impl::cf_optimize_other},
+                      {"optimize_service", &Impl::cf_optimize_service},
+                      {"optimize_reg", &Impl::cf_optimize_reg},
+                      {"restore_other", &Impl::cf_restore_other},
+                      {"restore_service", &Impl::cf_restore_service},
+                      {"restore_reg", &Impl::cf_restore_reg},
+                      {"ignore_other", &Impl::cf_ignore_other},
+                      {"ignore_service", &Impl::cf_ignore_service},
+                      {"ignore_reg", &Impl::cf_ignore_reg}};
     m_iatt = {"Optimize_Option", "8e926ff4-176f-439f-9349-683eefb42ech",
               "\xB2\xD9\xD7\xF7\xCF\xB5\xCD\xB3\xD3\xC5\xBB\xAF", // 操作系统优化 in GBK
               ""};
-    for (const Operation& operation : operations) {
-        m_funcs[operation.name] = FInfo{operation.handler, FAtt{operation.name, ""}};
+    for (const auto& [name, handler] : operations) {
+        m_funcs[name] = FInfo{handler, FAtt{name, ""}};
     }
 
-    release_objects(); // those of an earlier init
+    release_objects(); // of an earlier init
     void* service = nullptr;
     const ec::EC found =
         fwbase::IFWBase::instance()->obj_registry()->query("obj.fws.rpc", &service);
@@ -213,9 +97,8 @@ void Impl::release()
 void Impl::release_objects()
 {
     m_opt.release();
-    if (m_rpc != nullptr) {
-        m_rpc->release();
-        m_rpc = nullptr;
+    if (IRpcService* const service = std::exchange(m_rpc, nullptr)) {
+        service->release();
     }
 }
 
@@ -231,7 +114,8 @@ ec::EC Impl::fatts(ex_std::vector<const FAtt*>& list) const
 
 ec::EC Impl::call_func(const fwbase::IDataBlock* in, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    const owned<IRequest> request(m_rpc->msg_factory()->new_request(""));
+    const owned<IRequest> request(m_rpc == nullptr ? nullptr
+                                                   : m_rpc->msg_factory()->new_request(""));
     if (!request) {
         return result::no_request;
     }
@@ -252,11 +136,10 @@ ec::EC Impl::call_func(const fwbase::IDataBlock* in, fwbase::IDataBlock*& out, I
 // --- Replies ---
 
 template <class Outputs>
-Impl::Encoded Impl::encode(const char* member, const char* arguments, ICommand* cmd, ec::EC code,
-                           Outputs& outputs, Block*& block)
+Impl::Encoded Impl::encode(const char* signature, ICommand* cmd, ec::EC code, Outputs& outputs,
+                           Block*& block)
 {
-    [[maybe_unused]] const Leftovers<Outputs> leftovers(outputs);
-    Containers containers;
+    RecordContainers containers; // outlives the reply
     IMsgFactory& factory = *m_rpc->msg_factory();
     owned<IRequest> reply(factory.new_reply(cmd, code));
     if (!reply) {
@@ -267,16 +150,14 @@ Impl::Encoded Impl::encode(const char* member, const char* arguments, ICommand* 
         if (!ec::succeeded(added)) {
             return {false, added};
         }
-    } else if constexpr (std::is_same_v<Outputs, Items>) {
-        ItemStringsGuard::free_strings(outputs);
-        outputs.clear();
+    } else {
+        discard_outputs(outputs);
     }
 
     const std::uint32_t size = reply->size();
-    const FailurePlace place{this, member, arguments, __LINE__ + 1}; // of the check
-    if (size >= max_reply_size) {
+    if (const SourceLocation here{this, signature, __LINE__}; size >= max_reply_size) {
         reply.reset();
-        log_oversized_reply(place, size);
+        log_oversized_reply(here, size);
         return {false, result::reply_too_large};
     }
     const ec::EC made = fwbase::IFWBase::instance()->mem_manager()->new_block(block, size);
@@ -294,41 +175,47 @@ Impl::Encoded Impl::encode(const char* member, const char* arguments, ICommand* 
 }
 
 template <class Outputs>
-ec::EC Impl::answer(const char* member, ec::EC code, Outputs& outputs, Block*& out, ICommand* cmd)
+ec::EC Impl::answer(const char* signature, ec::EC code, Outputs& outputs, Block*& out,
+                    ICommand* cmd)
 {
-    const Encoded reply = encode(member, handler_arguments, cmd, code, outputs, out);
+    const Encoded reply = encode(signature, cmd, code, outputs, out);
     return reply.made ? result::success : reply.code;
 }
 
 template <class Outputs>
-ec::EC Impl::send(const char* member, ICommand* cmd, ec::EC code, Outputs& outputs)
+ec::EC Impl::send(const char* signature, ICommand* cmd, ec::EC code, Outputs& outputs)
 {
     Block* block = nullptr;
-    const Encoded reply = encode(member, reply_arguments<Outputs>, cmd, code, outputs, block);
+    const Encoded reply = encode(signature, cmd, code, outputs, block);
     if (!reply.made) {
         return reply.code;
     }
-    if constexpr (std::is_same_v<Outputs, Ids> || std::is_same_v<Outputs, Items>) {
-        if (ec::succeeded(code)) {
-            outputs.clear();
-        }
+    if (ec::succeeded(code)) {
+        clear_outputs(outputs);
     }
     return cmd->reply(reply.code, block);
 }
 
+ec::EC Impl::send_records(const char* signature, ICommand* cmd, ec::EC code, Items& items)
+{
+    const ItemStringsGuard not_handed_over(items);
+    return send(signature, cmd, code, items);
+}
+
 // --- Handler shapes ---
 
-ec::EC Impl::get(const char* member, ec::EC (Optimize_Option::*operation)(ICommand*, rpc::int32&),
-                 Block*& out, ICommand* cmd)
+ec::EC Impl::handle_get(const char* signature,
+                        ec::EC (Optimize_Option::*operation)(ICommand*, rpc::int32&), Block*& out,
+                        ICommand* cmd)
 {
     rpc::int32 value = 0;
     const ec::EC code = (m_opt.*operation)(cmd, value);
-    return answer(member, code, value, out, cmd);
+    return answer(signature, code, value, out, cmd);
 }
 
-ec::EC Impl::set(const char* member,
-                 ec::EC (Optimize_Option::*operation)(ICommand*, const rpc::int32&), IRequest* req,
-                 Block*& out, ICommand* cmd)
+ec::EC Impl::handle_set(const char* signature,
+                        ec::EC (Optimize_Option::*operation)(ICommand*, const rpc::int32&),
+                        IRequest* req, Block*& out, ICommand* cmd)
 {
     const void* const value = value_of(take(*req->params()), T_UINT32);
     if (value == nullptr) {
@@ -336,20 +223,22 @@ ec::EC Impl::set(const char* member,
     }
     const ec::EC code = (m_opt.*operation)(cmd, rpc::int32(*static_cast<const rpc::int32*>(value)));
     NoOutput nothing;
-    return answer(member, code, nothing, out, cmd);
+    return answer(signature, code, nothing, out, cmd);
 }
 
-ec::EC Impl::list(const char* member, ec::EC (Optimize_Option::*operation)(ICommand*, Items&),
-                  Block*& out, ICommand* cmd)
+ec::EC Impl::handle_list(const char* signature,
+                         ec::EC (Optimize_Option::*operation)(ICommand*, Items&), Block*& out,
+                         ICommand* cmd)
 {
     Items items;
+    const ItemStringsGuard not_handed_over(items);
     const ec::EC code = (m_opt.*operation)(cmd, items);
-    return answer(member, code, items, out, cmd);
+    return answer(signature, code, items, out, cmd);
 }
 
-ec::EC Impl::change(const char* member,
-                    ec::EC (Optimize_Option::*operation)(ICommand*, const Ids&, Ids&),
-                    IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::handle_ids(const char* signature,
+                        ec::EC (Optimize_Option::*operation)(ICommand*, const Ids&, Ids&),
+                        IRequest* req, Block*& out, ICommand* cmd)
 {
     const Ids* const ids = take_ids(*req->params());
     if (ids == nullptr) {
@@ -357,199 +246,188 @@ ec::EC Impl::change(const char* member,
     }
     Ids handled;
     const ec::EC code = (m_opt.*operation)(cmd, *ids, handled);
-    return answer(member, code, handled, out, cmd);
+    return answer(signature, code, handled, out, cmd);
 }
 
-ec::EC Impl::flag(const char* member,
-                  ec::EC (Optimize_Option::*operation)(ICommand*, const Ids&, const bool&, Ids&),
-                  IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::handle_flag_and_ids(const char* signature,
+                                 ec::EC (Optimize_Option::*operation)(ICommand*, const Ids&,
+                                                                      const bool&, Ids&),
+                                 IRequest* req, Block*& out, ICommand* cmd)
 {
     IParams& params = *req->params();
-    const IParam* const flag_param = take(params);
-    const void* const storage = flag_param == nullptr ? nullptr : flag_param->value();
-    const Ids* const ids = take_ids(params);
-    if (storage == nullptr || ids == nullptr) {
+    const IParam* const flag = take(params); // of any type: its first byte counts
+    const void* const storage = flag == nullptr ? nullptr : flag->value();
+    if (storage == nullptr) {
         return result::missing_parameter;
     }
     const bool on = *static_cast<const unsigned char*>(storage) != 0;
+    const Ids* const ids = take_ids(params);
+    if (ids == nullptr) {
+        return result::missing_parameter;
+    }
     Ids handled;
     const ec::EC code = (m_opt.*operation)(cmd, *ids, on, handled);
-    return answer(member, code, handled, out, cmd);
+    return answer(signature, code, handled, out, cmd);
 }
 
 // --- Handlers ---
+//
+// GCC spells a signature as the definition does, and the log shows types by their full names: no
+// aliases here and in the reply operations.
 
-ec::EC Impl::cf_get_optimize_sorce(IRequest*, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_get_optimize_sorce(IRequest*, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return get(__func__, &Optimize_Option::get_optimize_sorce, out, cmd);
+    return handle_get(__PRETTY_FUNCTION__, &Optimize_Option::get_optimize_sorce, out, cmd);
 }
 
-ec::EC Impl::cf_set_optimize_sorce(IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_set_optimize_sorce(IRequest* req, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return set(__func__, &Optimize_Option::set_optimize_sorce, req, out, cmd);
+    return handle_set(__PRETTY_FUNCTION__, &Optimize_Option::set_optimize_sorce, req, out, cmd);
 }
 
-ec::EC Impl::cf_get_optimize_num(IRequest*, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_get_optimize_num(IRequest*, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return get(__func__, &Optimize_Option::get_optimize_num, out, cmd);
+    return handle_get(__PRETTY_FUNCTION__, &Optimize_Option::get_optimize_num, out, cmd);
 }
 
-ec::EC Impl::cf_ls_other(IRequest*, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_ls_other(IRequest*, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return list(__func__, &Optimize_Option::ls_other, out, cmd);
+    return handle_list(__PRETTY_FUNCTION__, &Optimize_Option::ls_other, out, cmd);
 }
 
-ec::EC Impl::cf_ls_service(IRequest*, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_ls_service(IRequest*, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return list(__func__, &Optimize_Option::ls_service, out, cmd);
+    return handle_list(__PRETTY_FUNCTION__, &Optimize_Option::ls_service, out, cmd);
 }
 
-ec::EC Impl::cf_ls_reg(IRequest*, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_ls_reg(IRequest*, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return list(__func__, &Optimize_Option::ls_reg, out, cmd);
+    return handle_list(__PRETTY_FUNCTION__, &Optimize_Option::ls_reg, out, cmd);
 }
 
-ec::EC Impl::cf_optimize_other(IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_optimize_other(IRequest* req, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return change(__func__, &Optimize_Option::optimize_other, req, out, cmd);
+    return handle_ids(__PRETTY_FUNCTION__, &Optimize_Option::optimize_other, req, out, cmd);
 }
 
-ec::EC Impl::cf_optimize_service(IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_optimize_service(IRequest* req, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return change(__func__, &Optimize_Option::optimize_service, req, out, cmd);
+    return handle_ids(__PRETTY_FUNCTION__, &Optimize_Option::optimize_service, req, out, cmd);
 }
 
-ec::EC Impl::cf_optimize_reg(IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_optimize_reg(IRequest* req, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return change(__func__, &Optimize_Option::optimize_reg, req, out, cmd);
+    return handle_ids(__PRETTY_FUNCTION__, &Optimize_Option::optimize_reg, req, out, cmd);
 }
 
-ec::EC Impl::cf_restore_other(IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_restore_other(IRequest* req, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return change(__func__, &Optimize_Option::restore_other, req, out, cmd);
+    return handle_ids(__PRETTY_FUNCTION__, &Optimize_Option::restore_other, req, out, cmd);
 }
 
-ec::EC Impl::cf_restore_service(IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_restore_service(IRequest* req, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return change(__func__, &Optimize_Option::restore_service, req, out, cmd);
+    return handle_ids(__PRETTY_FUNCTION__, &Optimize_Option::restore_service, req, out, cmd);
 }
 
-ec::EC Impl::cf_restore_reg(IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_restore_reg(IRequest* req, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return change(__func__, &Optimize_Option::restore_reg, req, out, cmd);
+    return handle_ids(__PRETTY_FUNCTION__, &Optimize_Option::restore_reg, req, out, cmd);
 }
 
-ec::EC Impl::cf_ignore_other(IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_ignore_other(IRequest* req, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return flag(__func__, &Optimize_Option::ignore_other, req, out, cmd);
+    return handle_flag_and_ids(__PRETTY_FUNCTION__, &Optimize_Option::ignore_other, req, out, cmd);
 }
 
-ec::EC Impl::cf_ignore_service(IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_ignore_service(IRequest* req, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return flag(__func__, &Optimize_Option::ignore_service, req, out, cmd);
+    return handle_flag_and_ids(__PRETTY_FUNCTION__, &Optimize_Option::ignore_service, req, out,
+                               cmd);
 }
 
-ec::EC Impl::cf_ignore_reg(IRequest* req, Block*& out, ICommand* cmd)
+ec::EC Impl::cf_ignore_reg(IRequest* req, fwbase::IDataBlock*& out, ICommand* cmd)
 {
-    return flag(__func__, &Optimize_Option::ignore_reg, req, out, cmd);
+    return handle_flag_and_ids(__PRETTY_FUNCTION__, &Optimize_Option::ignore_reg, req, out, cmd);
 }
 
 // --- Reply operations ---
 
 ec::EC Impl::ret_get_optimize_sorce(ICommand* cmd, ec::EC code, rpc::int32& value)
 {
-    return send(__func__, cmd, code, value);
+    return send(__PRETTY_FUNCTION__, cmd, code, value);
 }
 
 ec::EC Impl::ret_set_optimize_sorce(ICommand* cmd, ec::EC code)
 {
     NoOutput nothing;
-    return send(__func__, cmd, code, nothing);
+    return send(__PRETTY_FUNCTION__, cmd, code, nothing);
 }
 
 ec::EC Impl::ret_get_optimize_num(ICommand* cmd, ec::EC code, rpc::int32& value)
 {
-    return send(__func__, cmd, code, value);
+    return send(__PRETTY_FUNCTION__, cmd, code, value);
 }
 
-ec::EC Impl::ret_ls_other(ICommand* cmd, ec::EC code, Items& items)
+ec::EC Impl::ret_ls_other(ICommand* cmd, ec::EC code, std::vector<SystemOptimize_Item>& items)
 {
-    return send(__func__, cmd, code, items);
+    return send_records(__PRETTY_FUNCTION__, cmd, code, items);
 }
 
-ec::EC Impl::ret_ls_service(ICommand* cmd, ec::EC code, Items& items)
+ec::EC Impl::ret_ls_service(ICommand* cmd, ec::EC code, std::vector<SystemOptimize_Item>& items)
 {
-    return send(__func__, cmd, code, items);
+    return send_records(__PRETTY_FUNCTION__, cmd, code, items);
 }
 
-ec::EC Impl::ret_ls_reg(ICommand* cmd, ec::EC code, Items& items)
+ec::EC Impl::ret_ls_reg(ICommand* cmd, ec::EC code, std::vector<SystemOptimize_Item>& items)
 {
-    return send(__func__, cmd, code, items);
+    return send_records(__PRETTY_FUNCTION__, cmd, code, items);
 }
 
-ec::EC Impl::ret_optimize_other(ICommand* cmd, ec::EC code, Ids& ids)
+ec::EC Impl::ret_optimize_other(ICommand* cmd, ec::EC code, std::vector<unsigned int>& ids)
 {
-    return send(__func__, cmd, code, ids);
+    return send(__PRETTY_FUNCTION__, cmd, code, ids);
 }
 
-ec::EC Impl::ret_optimize_service(ICommand* cmd, ec::EC code, Ids& ids)
+ec::EC Impl::ret_optimize_service(ICommand* cmd, ec::EC code, std::vector<unsigned int>& ids)
 {
-    return send(__func__, cmd, code, ids);
+    return send(__PRETTY_FUNCTION__, cmd, code, ids);
 }
 
-ec::EC Impl::ret_optimize_reg(ICommand* cmd, ec::EC code, Ids& ids)
+ec::EC Impl::ret_optimize_reg(ICommand* cmd, ec::EC code, std::vector<unsigned int>& ids)
 {
-    return send(__func__, cmd, code, ids);
+    return send(__PRETTY_FUNCTION__, cmd, code, ids);
 }
 
-ec::EC Impl::ret_restore_other(ICommand* cmd, ec::EC code, Ids& ids)
+ec::EC Impl::ret_restore_other(ICommand* cmd, ec::EC code, std::vector<unsigned int>& ids)
 {
-    return send(__func__, cmd, code, ids);
+    return send(__PRETTY_FUNCTION__, cmd, code, ids);
 }
 
-ec::EC Impl::ret_restore_service(ICommand* cmd, ec::EC code, Ids& ids)
+ec::EC Impl::ret_restore_service(ICommand* cmd, ec::EC code, std::vector<unsigned int>& ids)
 {
-    return send(__func__, cmd, code, ids);
+    return send(__PRETTY_FUNCTION__, cmd, code, ids);
 }
 
-ec::EC Impl::ret_restore_reg(ICommand* cmd, ec::EC code, Ids& ids)
+ec::EC Impl::ret_restore_reg(ICommand* cmd, ec::EC code, std::vector<unsigned int>& ids)
 {
-    return send(__func__, cmd, code, ids);
+    return send(__PRETTY_FUNCTION__, cmd, code, ids);
 }
 
-ec::EC Impl::ret_ignore_other(ICommand* cmd, ec::EC code, Ids& ids)
+ec::EC Impl::ret_ignore_other(ICommand* cmd, ec::EC code, std::vector<unsigned int>& ids)
 {
-    return send(__func__, cmd, code, ids);
+    return send(__PRETTY_FUNCTION__, cmd, code, ids);
 }
 
-ec::EC Impl::ret_ignore_service(ICommand* cmd, ec::EC code, Ids& ids)
+ec::EC Impl::ret_ignore_service(ICommand* cmd, ec::EC code, std::vector<unsigned int>& ids)
 {
-    return send(__func__, cmd, code, ids);
+    return send(__PRETTY_FUNCTION__, cmd, code, ids);
 }
 
-ec::EC Impl::ret_ignore_reg(ICommand* cmd, ec::EC code, Ids& ids)
+ec::EC Impl::ret_ignore_reg(ICommand* cmd, ec::EC code, std::vector<unsigned int>& ids)
 {
-    return send(__func__, cmd, code, ids);
+    return send(__PRETTY_FUNCTION__, cmd, code, ids);
 }
-
-// In the order of registration; the function table itself is ordered by name.
-const Impl::Operation Impl::operations[15] = {
-    {"get_optimize_sorce", &Impl::cf_get_optimize_sorce},
-    {"set_optimize_sorce", &Impl::cf_set_optimize_sorce},
-    {"get_optimize_num", &Impl::cf_get_optimize_num},
-    {"ls_other", &Impl::cf_ls_other},
-    {"ls_service", &Impl::cf_ls_service},
-    {"ls_reg", &Impl::cf_ls_reg},
-    {"optimize_other", &Impl::cf_optimize_other},
-    {"optimize_service", &Impl::cf_optimize_service},
-    {"optimize_reg", &Impl::cf_optimize_reg},
-    {"restore_other", &Impl::cf_restore_other},
-    {"restore_service", &Impl::cf_restore_service},
-    {"restore_reg", &Impl::cf_restore_reg},
-    {"ignore_other", &Impl::cf_ignore_other},
-    {"ignore_service", &Impl::cf_ignore_service},
-    {"ignore_reg", &Impl::cf_ignore_reg},
-};
 
 } // namespace rpc
 

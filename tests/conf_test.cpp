@@ -120,7 +120,7 @@ TEST_F(ConfTest, SurvivesFailuresOfTheXmlLibraryAndOfMemory)
                 for (const rpc::SystemOptimize_Item& item : items) {
                     EXPECT_TRUE(item.name != nullptr && item.desc != nullptr);
                 }
-                rpc::ItemStringsGuard::free_strings(items);
+                rpc::free_strings(items);
                 items = Items();
                 services = std::vector<ServiceOptimize>();
             });
