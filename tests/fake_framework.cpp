@@ -2,41 +2,87 @@
 
 #include "framework/xml.h"
 #include "fwbase/framework.h"
+#include "fwbase/message.h"
 #include "fwbase/xml_document.h"
 
 #include <forward_list>
+#include <stdexcept>
 
 namespace fake
 {
 
 Faults rpc_faults;
+Faults release_faults;
 Faults xml_faults;
 Faults memory_faults;
 Faults exhaustion;
+std::string* trace = nullptr;
+std::uint32_t reply_size = 0;
 std::string run_log;
 int rpc_references = 0;
+
+void note(const char* call, std::uint32_t number)
+{
+    if (trace != nullptr) {
+        *trace += call + (" " + std::to_string(number)) + "; ";
+    }
+}
 
 namespace
 {
 
-/// A reply that can be written short.
-class Reply final : public rpc::IRequest
+/// A message that can be written short or claim another size.
+class Message final : public rpc::IRequest
 {
 public:
-    explicit Reply(owned<rpc::IRequest> real) : m_real(std::move(real)) {}
+    explicit Message(owned<rpc::IRequest> real) : m_real(std::move(real)) {}
 
     std::uint32_t write(unsigned char* buffer, std::uint32_t size) override
     {
+        note("write", size);
         return rpc_faults.strike("write", 0x040C000B) ? size - 1 : m_real->write(buffer, size);
     }
-    int read(const unsigned char*, std::uint32_t) override { return 0; }
-    std::uint32_t size() override { return m_real->size(); }
-    void release() override { delete this; }
+    int read(const unsigned char* data, std::uint32_t size) override
+    {
+        note("read", size);
+        return m_real->read(data, size);
+    }
+    std::uint32_t size() override { return reply_size != 0 ? reply_size : m_real->size(); }
+    void release() override
+    {
+        note("release message");
+        delete this;
+    }
     const char* func_name() override { return m_real->func_name(); }
     rpc::IParams* params() override { return m_real->params(); }
 
+    static rpc::IRequest* wrap(rpc::IRequest* real)
+    {
+        owned<rpc::IRequest> guard(real);
+        return guard ? new Message(std::move(guard)) : nullptr;
+    }
+
 private:
     owned<rpc::IRequest> m_real;
+};
+
+class Block final : public fwbase::IDataBlock
+{
+public:
+    explicit Block(owned<fwbase::IDataBlock> real) : m_real(std::move(real)) {}
+
+    const unsigned char* data() const override { return m_real->data(); }
+    std::uint32_t size() const override { return m_real->size(); }
+    void release() override { delete this; }
+    unsigned char* buffer() override { return m_real->buffer(); }
+    void set_size(std::uint32_t size) override
+    {
+        note("set_size", size);
+        m_real->set_size(size);
+    }
+
+private:
+    owned<fwbase::IDataBlock> m_real;
 };
 
 /// All of the framework's objects in one.
@@ -51,22 +97,35 @@ class Framework final : public fwbase::IFWBase,
     fwbase::IObjRegistry* obj_registry() override { return this; }
     fwbase::IMemManager* mem_manager() override { return this; }
     rpc::IMsgFactory* msg_factory() override { return this; }
-    void release() override { --rpc_references; }
+    void release() override
+    {
+        --rpc_references;
+        if (release_faults.strike("release")) {
+            throw std::runtime_error("release");
+        }
+    }
     void* alloc(std::size_t size) override { return real().mem_manager()->alloc(size); }
     void free(void* storage) override { real().mem_manager()->free(storage); }
     ec::EC new_block(fwbase::IDataBlock*& block, std::uint32_t size) override
     {
-        return rpc_faults.strike("new_block", 0x04020001)
-                   ? rpc_faults.code
-                   : real().mem_manager()->new_block(block, size);
+        note("new_block", size);
+        fwbase::IDataBlock* made = nullptr;
+        if (rpc_faults.strike("new_block", 0x04020001) ||
+            !ec::succeeded(real().mem_manager()->new_block(made, size))) {
+            return 0x04020001;
+        }
+        owned<fwbase::IDataBlock> guard(made);
+        block = new Block(std::move(guard));
+        return block_made;
     }
     void log(std::uint32_t type, const char* text, const char* where) override
     {
         fake::run_log +=
             std::to_string(type) + ' ' + text + " [" + (where ? where : "null") + "]\n";
     }
-    ec::EC query(const char*, void** object) override
+    ec::EC query(const char* name, void** object) override
     {
+        EXPECT_STREQ(name, "obj.fws.rpc");
         if (rpc_faults.strike("query", 0x04010001)) {
             return rpc_faults.code;
         }
@@ -76,21 +135,26 @@ class Framework final : public fwbase::IFWBase,
     }
     rpc::IRequest* new_request(const char* name) override
     {
-        return rpc_faults.strike("new_request", 0x040C0008) ? nullptr : m_factory.new_request(name);
+        note("new_request");
+        return rpc_faults.strike("new_request", 0x040C0008)
+                   ? nullptr
+                   : Message::wrap(m_factory.new_request(name));
     }
     rpc::IRequest* new_reply(rpc::ICommand* command, ec::EC code) override
     {
-        owned<rpc::IRequest> reply(rpc_faults.strike("new_reply", 0x040C0009)
-                                       ? nullptr
-                                       : m_factory.new_reply(command, code));
-        return reply ? new Reply(std::move(reply)) : nullptr;
+        note("new_reply", code);
+        return rpc_faults.strike("new_reply", 0x040C0009)
+                   ? nullptr
+                   : Message::wrap(m_factory.new_reply(command, code));
     }
     rpc::IParams* new_record() override
     {
+        note("new_record");
         return rpc_faults.strike("new_record", 0x040C0007) ? nullptr : m_factory.new_record();
     }
     rpc::IParam* new_param(unsigned type, const void* value, int hand_over) override
     {
+        note(hand_over != 0 ? "new_param handed over" : "new_param borrowed", type);
         return rpc_faults.strike("new_param", 0x040C0006)
                    ? nullptr
                    : m_factory.new_param(type, value, hand_over);
@@ -101,7 +165,7 @@ class Framework final : public fwbase::IFWBase,
     fwbase::MsgFactory m_factory;
 };
 
-/// A document, a node or a list of the reference host's. Insists on releases in reverse order.
+/// A document, node or list of the reference framework. Checks that releases come in reverse order.
 class Xml final : public IXmlDocument, public IXmlNode, public IXmlNodeList
 {
 public:
@@ -109,7 +173,7 @@ public:
     explicit Xml(IXmlNode* real) : m_node(real) {}
     explicit Xml(IXmlNodeList* real) : m_list(real) {}
 
-    /// A wrapper that its user is to release, or null for null.
+    /// A wrapper that the user releases, or null for null.
     template <class Real>
     static Xml* give_out(Real* real)
     {
@@ -155,7 +219,7 @@ public:
     int count() override { return list().count(); }
 
 private:
-    // The real object, once the call has not failed.
+    // The real object, unless the call is to fail.
     template <class Real>
     static Real& unless_failed(const owned<Real>& real)
     {
@@ -171,7 +235,7 @@ private:
     owned<IXmlDocument> m_document;
     owned<IXmlNode> m_node;
     owned<IXmlNodeList> m_list;
-    std::forward_list<Xml> m_attributes; // never released: they go with their element
+    std::forward_list<Xml> m_attributes; // never released by the user
 };
 
 } // namespace

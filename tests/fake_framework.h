@@ -1,5 +1,5 @@
-// The framework that the module's objects meet in the tests: it forwards to the reference host's
-// objects, makes one call fail on request, and counts the objects made with new.
+// The framework under the module tests. It forwards to the reference framework, fails a call on
+// request, and counts what was obtained.
 #pragma once
 
 #include "tests/workspace.h"
@@ -9,36 +9,43 @@
 namespace fake
 {
 
-/// Counts calls, and makes one of them fail.
+/// Counts calls and makes one of them fail.
 struct Faults {
-    int left = 0;            ///< the how manieth call from now on is to fail; 0: none
-    std::string_view failed; ///< name of the call that failed; empty when none did
-    ec::EC code = 0;         ///< what the module is to make of it
+    int left = 0;            ///< Fail the Nth call from now on; 0 disables.
+    std::string_view failed; ///< name of the call that failed; empty if none did
+    ec::EC code = 0;         ///< what the module is expected to return for it
 
-    /// Counts one call; true when it is to fail.
-    bool strike(std::string_view call, ec::EC becomes = 0)
+    /// Counts one call; true if it is to fail.
+    bool strike(std::string_view call, ec::EC expected = 0)
     {
         if (left == 0 || --left != 0) {
             return false;
         }
         failed = call;
-        code = becomes;
+        code = expected;
         return true;
     }
 };
 
-extern Faults rpc_faults;    // null, zero, or a failure code
-extern Faults xml_faults;    // CLiteXmlException
-extern Faults memory_faults; // null from the non-throwing new
-extern Faults exhaustion;    // std::bad_alloc from the other
+extern Faults rpc_faults;     // null, zero, or a failure code
+extern Faults release_faults; // an exception from the RPC service's release
+extern Faults xml_faults;     // CLiteXmlException
+extern Faults memory_faults;  // null from the non-throwing new
+extern Faults exhaustion;     // std::bad_alloc from the throwing new
 
-extern std::string run_log; // "TYPE TEXT [WHERE]\n" per entry
-extern int rpc_references;  // obtained and not given back
-extern long living_objects; // made with new
+constexpr ec::EC block_made = 0x84020007; // the memory manager's code for a block
+
+extern std::string* trace;       // if not null, RPC calls are appended: "NAME NUMBER; "
+extern std::uint32_t reply_size; // if not 0, the size that replies claim
+extern std::string run_log;      // "TYPE TEXT [WHERE]\n" per entry
+extern int rpc_references;       // obtained and not given back
+extern long living_objects;      // made with new
 extern std::size_t largest_object;
 
-/// Runs `attempt` with its first call failing, then with its second, and so on until none fails.
-/// Each time nothing that it made may be left.
+void note(const char* call, std::uint32_t number = 0);
+
+/// Runs `attempt` with its first call failing, then its second, and so on until no call fails.
+/// Checks that each run frees everything it made.
 template <class Attempt>
 void sweep(Faults& faults, Attempt attempt)
 {
