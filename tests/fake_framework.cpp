@@ -120,6 +120,7 @@ class Framework final : public fwbase::IFWBase,
     }
     void log(std::uint32_t type, const char* text, const char* where) override
     {
+        note("log", type);
         fake::run_log +=
             std::to_string(type) + ' ' + text + " [" + (where ? where : "null") + "]\n";
     }
@@ -200,9 +201,14 @@ public:
 
     void load(const char* path) override { document().load(path); }
     IXmlNode* root() override { return give_out(document().root()); }
-    void save(const char* path) override { document().save(path); }
+    void save(const char* path) override
+    {
+        note("save");
+        document().save(path);
+    }
     IXmlNode* attribute(const char* name) override
     {
+        note(name);
         return &m_attributes.emplace_front(node().attribute(name));
     }
     std::string value() override { return node().value(); }
