@@ -6,8 +6,8 @@
 namespace ec
 {
 
-/// Result code. Bit 31 set means success, bit 31 clear means failure; the other bits say what
-/// happened.
+/// Result code. Bit 31 is set for success and clear for failure. The other bits identify the
+/// result.
 using EC = std::uint32_t;
 
 constexpr bool succeeded(EC code) noexcept

@@ -1,4 +1,4 @@
-// Containers that the host and its modules share: their storage is the host's.
+// Containers that the host and its modules share. Their storage comes from the host.
 #pragma once
 
 #include "framework/fwbase.h"
@@ -7,8 +7,8 @@
 #include <new>
 #include <vector>
 
-/// Takes and gives storage through the host's memory manager, so that a container may be filled on
-/// one side of the module's border and freed on the other.
+/// Allocates from the host's memory manager, so that a module may fill a container and the host may
+/// free it, or the other way round.
 template <class T>
 class smm_ex_allocator
 {
@@ -21,7 +21,7 @@ public:
     {
     }
 
-    /// Throws std::bad_alloc when the memory manager has no storage.
+    /// Throws std::bad_alloc if the memory manager returns null.
     T* allocate(std::size_t count)
     {
         if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) {

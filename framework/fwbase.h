@@ -1,7 +1,7 @@
 // The host framework's base library: memory, objects found by name, data blocks and the run log.
 //
-// The order of the virtual operations is a binary contract: operations are only ever appended.
-// Objects are given back with their release(), never deleted. Strings are NUL-terminated bytes.
+// The order of the virtual operations is a binary contract: append only. Give objects back with
+// release(); never delete them. Strings are NUL-terminated bytes.
 #pragma once
 
 #include "framework/ec.h"
@@ -25,9 +25,9 @@ namespace IMM
 class IBase
 {
 public:
-    /// Prepares the object for use. `arg` is the host's and may be null.
+    /// Prepares the object for use. `arg` is defined by the host and may be null.
     virtual ec::EC init(void* arg) = 0;
-    /// Ends the use that init began. The object itself stays alive.
+    /// Undoes init. Does not destroy the object.
     virtual void release() = 0;
     virtual ~IBase() = default;
 };
@@ -38,41 +38,41 @@ public:
 class IDataBlock
 {
 public:
-    /// First byte of the block; valid until release().
+    /// The first byte of the block; valid until release().
     virtual const unsigned char* data() const = 0;
-    /// Length in bytes.
+    /// The length in bytes.
     virtual std::uint32_t size() const = 0;
     virtual void release() = 0;
-    /// First byte of the block, for writing.
+    /// The first byte of the block, for writing; valid until release().
     virtual unsigned char* buffer() = 0;
-    /// Sets the length in bytes, at most the length that the block was made with.
+    /// Sets the length in bytes. It cannot exceed the length with which the block was made.
     virtual void set_size(std::uint32_t size) = 0;
 
 protected:
     ~IDataBlock() = default;
 };
 
-/// Storage that belongs to the host. Safe to use from several threads.
+/// The host's memory manager. Thread-safe.
 class IMemManager
 {
 public:
-    /// Makes a block of `size` bytes. Success fills `block`, which the caller then owns.
+    /// Makes a block of `size` bytes. On success sets `block`, which the caller owns.
     virtual ec::EC new_block(IDataBlock*& block, std::uint32_t size) = 0;
-    /// Raw storage of `size` bytes, aligned for every type, or null.
+    /// Returns storage of `size` bytes, aligned for every type, or null.
     virtual void* alloc(std::size_t size) = 0;
-    /// Gives storage of alloc() back; null is ignored.
+    /// Frees storage from alloc(). Ignores null.
     virtual void free(void* storage) = 0;
 
 protected:
     ~IMemManager() = default;
 };
 
-/// The host's objects by name.
+/// The registry of the host's objects.
 class IObjRegistry
 {
 public:
-    /// Finds the object called `name`. Success fills `*object` with one reference, which the caller
-    /// gives back with the object's release(); failure leaves `*object` as it is.
+    /// Finds the object called `name`. On success sets `*object` to a new reference, which the
+    /// caller gives back with the object's release(). On failure leaves `*object` unchanged.
     virtual ec::EC query(const char* name, void** object) = 0;
 
 protected:
@@ -83,18 +83,18 @@ protected:
 class IRunLog
 {
 public:
-    /// Mask of the enabled entry types. Only the host writes it.
+    /// Mask of the enabled entry types. Only the host may change it.
     static std::uint32_t ms_type_sign;
 
-    /// Size in characters of the buffer that FormatStr returns.
+    /// Size in bytes of the buffer that FormatStr returns.
     static constexpr std::size_t format_size = 1024;
 
-    /// Formats in the manner of printf into a new buffer of format_size characters; the text is cut
-    /// after 1022 of them. The caller frees the result with delete[]; null means no memory.
-    /// Compiled into its user, so that the buffer comes from the heap that frees it.
+    /// Formats like printf into a new buffer of format_size bytes, and cuts the text after 1022
+    /// bytes. The caller frees the buffer with delete[]. Returns null if out of memory. Inline, so
+    /// that the caller allocates and frees the buffer with the same heap.
     [[gnu::format(printf, 1, 2)]] static char* FormatStr(const char* format, ...);
 
-    /// Writes one entry. `text` is GBK; `where` names the place in the source and may be null.
+    /// Writes one entry. `text` is GBK. `where` is the location in the source and may be null.
     virtual void log(std::uint32_t type, const char* text, const char* where) = 0;
 
 protected:
@@ -108,7 +108,7 @@ inline char* IRunLog::FormatStr(const char* format, ...)
         return nullptr;
     }
     std::memset(text, 0, format_size);
-    // One character less than the buffer holds: the last one is never written and stays NUL.
+    // One byte less than the buffer holds: its last byte is never written and stays NUL.
     std::va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text, format_size - 1, format, arguments);
@@ -116,7 +116,7 @@ inline char* IRunLog::FormatStr(const char* format, ...)
     return text;
 }
 
-/// The framework itself. What its operations return is borrowed and lives as long as the process.
+/// The framework itself. Its operations return borrowed objects that live as long as the process.
 class IFWBase
 {
 public:

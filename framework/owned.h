@@ -1,28 +1,27 @@
-// The one guard for foreign objects: whatever has a release() is given back through it, never
-// deleted.
+// The one guard for foreign objects: it gives back whatever has a release(), and never deletes it.
 #pragma once
 
 #include <memory>
 
-/// Gives a foreign object back. An exception that release() raises ends here, because a guard that
-/// runs while the stack unwinds cannot let it pass; give_back() can.
+/// Gives a foreign object back. Swallows exceptions of release(), because a destructor must not
+/// throw while the stack unwinds. Use give_back() to let them pass.
 struct Releaser {
     template <class T>
     void operator()(T* object) const noexcept
     {
         try {
             object->release();
-        } catch (...) { // the object counts as given back: there is nothing else to do with it
+        } catch (...) { // the object counts as given back
         }
     }
 };
 
-/// Owns an object whose release() gives it back. A raw pointer to such an object is borrowed.
+/// Owns an object that is given back with release(). A raw pointer to such an object is borrowed.
 template <class T>
 using owned = std::unique_ptr<T, Releaser>;
 
-/// Gives the object back now and lets an exception of its release() pass; the guard is empty
-/// afterwards either way. An empty guard is left alone.
+/// Gives the object back now. Lets exceptions of its release() pass; the guard is empty afterwards
+/// in any case. Does nothing if the guard is already empty.
 template <class T>
 void give_back(owned<T>& object)
 {

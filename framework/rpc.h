@@ -1,8 +1,8 @@
 // The host framework's RPC library: messages and their parameters, commands, and the interface that
-// a module realises.
+// a module implements.
 //
-// The order of the virtual operations is a binary contract: operations are only ever appended.
-// Objects are given back with their release(), never deleted.
+// The order of the virtual operations is a binary contract: append only. Give objects back with
+// release(); never delete them.
 #pragma once
 
 #include "framework/ec.h"
@@ -17,12 +17,12 @@
 namespace rpc
 {
 
-/// The integer type of RPC interfaces: unsigned, 32 bits.
+/// The integer type of RPC interfaces: unsigned, 32 bits, despite its name.
 using int32 = std::uint32_t;
 
-/// Type tags of parameters. The second column is the value object that IMsgFactory::new_param takes
-/// a pointer to; IParam::value() of the first two points at that object, of the others at a pointer
-/// to it.
+/// Type tags of parameters. Beside each tag is the type of the value object that is passed to
+/// IMsgFactory::new_param. IParam::value() returns the address of that object for T_BOOL and
+/// T_UINT32, and the address of a pointer to it for the other types.
 enum ParamType : unsigned {
     T_BOOL = 1,        ///< one byte: 0 is false, any other value true
     T_UINT32 = 7,      ///< rpc::int32
@@ -35,7 +35,7 @@ enum ParamType : unsigned {
 class IParam
 {
 public:
-    /// The value storage (see ParamType), valid as long as the parameter.
+    /// The value storage (see ParamType); valid as long as the parameter.
     virtual const void* value() const = 0;
     /// The parameter's ParamType.
     virtual unsigned type() const = 0;
@@ -45,17 +45,17 @@ protected:
     ~IParam() = default;
 };
 
-/// An ordered list of parameters: those of a message, or the fields of one record.
+/// An ordered list of parameters: the parameters of a message or the fields of a record.
 class IParams
 {
 public:
-    /// Appends a parameter and takes it over, also when it throws.
+    /// Appends a parameter. Always takes ownership of it, even if it throws.
     virtual void add(IParam* param) = 0;
-    /// Puts the next parameter into `param`, beginning with the first; leaves `param` as it is when
-    /// none is left. The parameter stays the list's.
+    /// Sets `param` to the next parameter, starting with the first. Leaves `param` unchanged if
+    /// none is left. The list keeps ownership.
     virtual void next(IParam*& param) = 0;
-    /// Gives back a list that IMsgFactory::new_record made and that no parameter has taken over.
-    /// The list of a message goes with its message.
+    /// Gives back a list from IMsgFactory::new_record that no parameter owns. Not for the list of a
+    /// message, which the message owns.
     virtual void release() = 0;
 
 protected:
@@ -66,48 +66,50 @@ protected:
 class IRequest
 {
 public:
-    /// Serialises the message into `size` bytes at `buffer`; returns the number of bytes written.
+    /// Serialises the message into a buffer of `size` bytes. Returns the number of bytes written.
     virtual std::uint32_t write(unsigned char* buffer, std::uint32_t size) = 0;
-    /// Reads the message from `size` bytes; returns zero when they are not a message.
+    /// Reads the message from `size` bytes. Returns 0 if they are not a valid message.
     virtual int read(const unsigned char* data, std::uint32_t size) = 0;
-    /// Serialised length in bytes.
+    /// The serialised length in bytes.
     virtual std::uint32_t size() = 0;
     virtual void release() = 0;
-    /// Name of the called operation; valid until the next read() or release().
+    /// The name of the called operation; valid until the next read() or release().
     virtual const char* func_name() = 0;
-    /// The message's parameters; they stay the message's.
+    /// The parameters, which the message owns.
     virtual IParams* params() = 0;
 
 protected:
     ~IRequest() = default;
 };
 
-/// One call that the host has received. The host owns it.
+/// A call that the host has received. The host owns it.
 class ICommand
 {
 public:
-    /// Sends a reply before the call has ended and takes the block over, whatever it returns.
+    /// Sends a reply before the call has ended. Always takes ownership of the block, even on
+    /// failure.
     virtual ec::EC reply(ec::EC code, fwbase::IDataBlock* block) = 0;
 
 protected:
     ~ICommand() = default;
 };
 
-/// Makes messages and their parts. Every result is the caller's; null means that it could not be
-/// made. Safe to use from several threads.
+/// Makes messages and their parts. The caller owns every result. A null result means that the
+/// object could not be made. Thread-safe.
 class IMsgFactory
 {
 public:
-    /// A request for the operation `name`; an empty name makes a message to read().
+    /// A request for the operation `name`, or with an empty name a message to be filled by read().
     virtual IRequest* new_request(const char* name) = 0;
     /// A reply to `command` that carries `code`.
     virtual IRequest* new_reply(ICommand* command, ec::EC code) = 0;
     /// An empty container for the fields of one record.
     virtual IParams* new_record() = 0;
-    /// A parameter of the given ParamType. With `hand_over` 1 it takes the value object over (one
-    /// made with new) and frees it with itself; with 0 it borrows the object, which must stay alive
-    /// until the message has been serialised. A T_RECORD_LIST takes the containers over either way:
-    /// the flag speaks of the vector. When no parameter is made, nothing is taken over.
+    /// A parameter of the given ParamType. With `hand_over` 1 it takes ownership of the value
+    /// object, which must have been made with new. With 0 it borrows the object, which must stay
+    /// alive until the message has been serialised. A T_RECORD_LIST always takes ownership of the
+    /// containers; `hand_over` applies to the vector only. On failure, ownership stays with the
+    /// caller.
     virtual IParam* new_param(unsigned type, const void* value, int hand_over) = 0;
 
 protected:
@@ -118,18 +120,18 @@ protected:
 class IRpcService
 {
 public:
-    /// The factory of all messages; borrowed, valid until release().
+    /// The message factory; borrowed, valid until release().
     virtual IMsgFactory* msg_factory() = 0;
-    /// Gives one reference back.
+    /// Gives back one reference.
     virtual void release() = 0;
 
 protected:
     ~IRpcService() = default;
 };
 
-/// An RPC interface as a module realises it. The host calls init, then any of the three operations
-/// below in any order and number, on several threads if it likes, then release. init and release
-/// must overlap with nothing.
+/// An RPC interface that a module implements. The host calls init, then the three operations below
+/// in any order, any number of times and on any threads, then release. init and release must not
+/// overlap with each other or with any other operation.
 class IIfaceRealize : public fwbase::IMM::IBase
 {
 public:
@@ -147,15 +149,15 @@ public:
         std::string extra;
     };
 
-    /// Borrowed; valid as long as the object.
+    /// Borrowed; valid as long as the object. Filled by init.
     virtual const IAtt* iatt() const = 0;
-    /// Replaces the contents of `list` by the operations' attributes, which stay the object's and
-    /// are valid until release.
+    /// Replaces the contents of `list` with the attributes of the operations. They are borrowed
+    /// from the object and valid until release.
     virtual ec::EC fatts(ex_std::vector<const FAtt*>& list) const = 0;
-    /// Runs one call. `in` is a call block: two bytes of the host's, one byte that gives the length
-    /// L of an extension, one byte of the host's, L bytes of extension, then the request message.
-    /// On success `out` is the reply, which the caller owns. Replies that the operation sends while
-    /// it runs go through `command`.
+    /// Runs one call. `in` is a call block: two bytes for the host's use, one byte with the length
+    /// L of an extension, one byte for the host's use, L bytes of extension, then the request
+    /// message. On success sets `out` to the reply, which the caller owns. Replies that the
+    /// operation sends while it runs go to `command`.
     virtual ec::EC call_func(const fwbase::IDataBlock* in, fwbase::IDataBlock*& out,
                              ICommand* command) = 0;
 };

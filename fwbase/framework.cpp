@@ -71,7 +71,7 @@ public:
     void free(void* storage) override { std::free(storage); }
 };
 
-/// Lives as long as the process, so references to it are not counted.
+/// Lives as long as the process, so it does not count references.
 class RpcService final : public rpc::IRpcService
 {
 public:

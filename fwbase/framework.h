@@ -6,8 +6,8 @@
 namespace fwbase
 {
 
-/// The one reference framework of the process, which lives until the process ends. Thread-safe.
-/// IFWBase::instance() returns it unless the program that links these objects defines its own.
+/// The reference framework of the process, which lives until the process ends. Thread-safe.
+/// IFWBase::instance() returns it unless the linking program defines its own instance().
 IFWBase& reference_framework();
 
 } // namespace fwbase

@@ -9,7 +9,7 @@
 namespace fwbase
 {
 
-/// Writes into a buffer as long as it lasts, and counts in any case.
+/// Writes bytes while they fit into the buffer, and counts all of them.
 class Writer
 {
 public:
@@ -39,13 +39,13 @@ private:
     std::size_t m_size = 0;
 };
 
-/// Reads from bytes; the first read beyond their end makes it fail for good.
+/// Reads from a byte range. After a read beyond its end, every further read fails.
 class Reader
 {
 public:
     Reader(const unsigned char* data, std::size_t size) : m_at(data), m_left(size) {}
 
-    /// Null when fewer are left.
+    /// Returns null if fewer than `size` bytes are left.
     const unsigned char* bytes(std::size_t size)
     {
         if (size > m_left) {
@@ -72,8 +72,8 @@ public:
         const unsigned char* const data = bytes(size);
         return data == nullptr ? std::string() : std::string(data, data + size);
     }
-    /// A count of elements of at least `width` bytes each; fails when they cannot all be there, so
-    /// that nobody allocates for them.
+    /// Reads a count of elements of at least `width` bytes each. Fails if the remaining bytes
+    /// cannot hold that many, so that callers never allocate for a false count.
     std::uint32_t count(std::size_t width)
     {
         const std::uint32_t value = number(4);
@@ -127,7 +127,7 @@ owned<Param> Param::make(unsigned type, const void* value, bool owns)
         return nullptr;
     }
     param->m_type = type;
-    param->m_owns = owns; // last: what was not made takes nothing over
+    param->m_owns = owns; // last: a failure above must not free the caller's value
     return param;
 }
 
@@ -203,7 +203,7 @@ void Param::write(Writer& writer) const
 namespace
 {
 
-/// A parameter that owns the value.
+/// Makes a parameter that owns the value.
 template <class Value>
 owned<Param> make_owning(unsigned type, Value value)
 {
@@ -348,7 +348,7 @@ int Message::read(const unsigned char* data, std::uint32_t size)
 namespace
 {
 
-/// Null where `make` finds no memory.
+/// The result of `make`, or null if out of memory.
 template <class Make>
 auto or_null(Make make) -> decltype(make())
 {

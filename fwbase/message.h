@@ -1,8 +1,9 @@
-// Messages of the reference host and their wire format.
+// Messages of the reference framework and their wire format.
 //
-// All integers are unsigned and little-endian; [] repeats as often as the count before it says.
+// All integers are unsigned and little-endian. The count before [] says how often its content
+// repeats.
 //
-//   message = 'Q' name-length:2 name params       a request; the name holds no NUL
+//   message = 'Q' name-length:2 name params       a request; the name must not contain NUL
 //           | 'R' code:4 params                   a reply
 //   params  = count:4 [ tag:1 value ]
 //   value   = byte:1                              T_BOOL
@@ -11,7 +12,7 @@
 //           | length:4 bytes                      T_STRING
 //           | count:4 [ params ]                  T_RECORD_LIST; records do not hold record lists
 //
-// A message ends with its last parameter: bytes behind it make it unreadable.
+// A message ends with its last parameter. Further bytes make it invalid.
 #pragma once
 
 #include "framework/owned.h"
@@ -27,13 +28,14 @@ class Params;
 class Reader;
 class Writer;
 
-/// A parameter that borrows its value object or owns it.
+/// A parameter. Borrows or owns its value object.
 class Param final : public rpc::IParam
 {
 public:
-    /// As rpc::IMsgFactory::new_param; null for a type that is none or a null value.
+    /// As rpc::IMsgFactory::new_param. Returns null if `type` is not a ParamType or `value` is
+    /// null.
     static owned<Param> make(unsigned type, const void* value, bool owns);
-    /// Null when the bytes are no parameter.
+    /// Returns null if the bytes are not a valid parameter.
     static owned<Param> read(Reader& reader, bool in_record);
 
     const void* value() const override;
@@ -42,7 +44,7 @@ public:
 
     void write(Writer& writer) const;
 
-    // The value in its own type; only for a parameter of that type.
+    // The typed value. Call only the accessor that matches type().
     rpc::int32 number() const { return *m_value.number; }
     const std::vector<unsigned int>& numbers() const { return *m_value.numbers; }
     const std::string& text() const { return *m_value.text; }
@@ -92,11 +94,11 @@ public:
     /// A reply.
     explicit Message(ec::EC code) : m_is_reply(true), m_code(code) {}
 
-    /// 0 when `size` is too little.
+    /// Returns 0 if `size` is too small.
     std::uint32_t write(unsigned char* buffer, std::uint32_t size) override;
-    /// A message that could not be read is an empty request.
+    /// On failure the message becomes an empty request.
     int read(const unsigned char* data, std::uint32_t size) override;
-    /// A message of 4 GiB or more gives the largest number.
+    /// Returns the largest 32-bit number if the message has 4 GiB or more.
     std::uint32_t size() override;
     void release() override { delete this; }
     const char* func_name() override { return m_name.c_str(); }
@@ -115,7 +117,7 @@ private:
     owned<Params> m_params{new Params};
 };
 
-/// Null for what cannot be made, lack of memory included.
+/// Returns null for anything that cannot be made, also if out of memory.
 class MsgFactory final : public rpc::IMsgFactory
 {
 public:

@@ -47,7 +47,7 @@ std::string gbk_to_utf8(const std::string& gbk)
             iconv(converter.get(), &from, &left, &to, &room);
         }
         utf8.append(buffer, to);
-        if (left == before) { // not a single character was converted
+        if (left == before) { // no character was converted
             utf8 += replacement;
             ++from;
             --left;

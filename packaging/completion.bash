@@ -1,4 +1,4 @@
-# Completion of optimize_host for bash.
+# Bash completion for optimize_host.
 
 _optimize_host()
 {
@@ -7,7 +7,7 @@ _optimize_host()
         case ${COMP_WORDS[at]} in
             -m | -jm | --module)
                 ((at++))
-                [[ ${COMP_WORDS[at]} != = ]] || ((at++)) # bash splits there
+                [[ ${COMP_WORDS[at]} != = ]] || ((at++)) # bash splits words at =
                 ;;
             -?*) ;;
             *) operation=${COMP_WORDS[at]} && break ;;
@@ -31,7 +31,7 @@ _optimize_host()
     esac
     case $operation in
         ignore_service | optimize_service | restore_service)
-            # The ids of the configuration, as its usual notation shows them.
+            # The ids in the configuration, if its entries begin with the id as usual.
             words=${words:-$(sed -n 's/.*<info id="\([0-9]*\)".*/\1/p' \
                 config/system_operation/conf.xml 2>/dev/null)}
             ;;

@@ -19,7 +19,7 @@ class Words
 public:
     explicit Words(std::string_view line) : m_rest(line) {}
 
-    /// The next word; empty when none is left.
+    /// The next word, or an empty one if none is left.
     std::string_view next()
     {
         constexpr std::string_view blanks = " \t\n\v\f\r";
@@ -29,14 +29,14 @@ public:
         return word;
     }
 
-    /// What follows the last word.
+    /// The text after the last word taken.
     std::string_view rest() const { return m_rest; }
 
 private:
     std::string_view m_rest;
 };
 
-/// A line of a service with run levels: the name, then "0:off" or "0:on" and so on.
+/// Reads the line of a run-level service: the name, then words such as "0:off" and "1:on".
 void add_run_level_service(Words words, CServiceMap& services)
 {
     const std::string name(words.next());
@@ -53,19 +53,20 @@ void add_run_level_service(Words words, CServiceMap& services)
     services[name] = {level.empty() ? "off" : level, false};
 }
 
-/// A line of an xinetd service: the name with a colon, then the state word. The section's heading
-/// reads as one, too.
+/// Reads the line of an xinetd service: the name with a colon, then the state word. The heading of
+/// the xinetd section reads as such a line, too, with the name "xinet".
 void add_xinetd_service(Words words, CServiceMap& services)
 {
     const std::string_view name = words.next();
     const std::string_view state = words.next();
     if (state.empty() || words.rest().empty()) {
-        return; // no state, or one that may be cut short
+        return; // the state is missing or may have been cut off
     }
     services[std::string(name.substr(0, name.size() - 1))] = {std::string(state), true};
 }
 
-/// Makes children print English words while it lives: "LC_ALL" is "en_US", and absent afterwards.
+/// Sets LC_ALL to "en_US" while it lives, so that children print English words; unsets it
+/// afterwards.
 class EnglishChildren
 {
 public:
@@ -84,8 +85,8 @@ struct PipeCloser {
     void operator()(std::FILE* pipe) const noexcept { pclose(pipe); }
 };
 
-/// Whether the shell takes the text as it stands, as (part of) one word that is no option. What the
-/// configuration file holds is data and never becomes shell text.
+/// Whether the shell reads the text literally, as a word or part of one, and no command takes it
+/// for an option. Keeps data from the configuration file from becoming shell code.
 bool is_plain(std::string_view text)
 {
     constexpr std::string_view interpreted = "'\"\\$&;|<>(){}[]*?~#!^=`";
@@ -98,7 +99,7 @@ bool is_plain(std::string_view text)
     return text.empty() || text.front() != '-';
 }
 
-/// Writes the command to standard output and runs it through the shell; true when it exits with 0.
+/// Writes the command to standard output and runs it in the shell. Returns true if it exits with 0.
 bool run(const std::string& command)
 {
     std::puts(command.c_str());
@@ -141,7 +142,7 @@ ILinuxSystemService* ILinuxSystemService::instance()
 
 bool CRedhatService::GetSystemServiceList(CServiceMap& services)
 {
-    // Without English words every service would read as switched off.
+    // Only English words are understood. In other languages every service would read as off.
     const EnglishChildren english;
     const std::unique_ptr<std::FILE, PipeCloser> listing(
         english.is_set() ? popen("chkconfig --list 2> /dev/null", "r") : nullptr);
