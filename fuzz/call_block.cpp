@@ -1,15 +1,15 @@
-// A call block through the interface object, and its message through reading and writing.
+// Runs a call block through the interface object; reads its message and writes it again.
 #include "fuzz/target.h"
 #include "rpc/system_option_s.h"
 
 int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    static const Place place;
+    static const FuzzWorkspace workspace;
     static const ec::EC ready = rpc_ireal_Optimize_Option()->init(nullptr);
     assert(ec::succeeded(ready));
-    // No service is ever switched: the first one is off, the second one's name is refused.
-    Place::write_conf("<info id='1' level='off'/><info id='2' name='&amp;' op='1'/>"
-                      "<info id='3' op='2'/>");
+    // No call switches a service: the first is off already, the name of the second is refused.
+    FuzzWorkspace::write_conf("<info id='1' level='off'/><info id='2' name='&amp;' op='1'/>"
+                              "<info id='3' op='2'/>");
     ec::EC code = 0;
     const auto reply = host::run_call(
         *rpc_ireal_Optimize_Option(), *raw_block(std::string(data, data + size)),

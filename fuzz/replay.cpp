@@ -1,11 +1,11 @@
-// Runs a fuzz target on files given by absolute paths, in place of libFuzzer.
+// Runs a fuzz target once on each of the given files, which have absolute paths, without libFuzzer.
 #include "fuzz/target.h"
 
 int main(int count, char** files)
 {
     for (int i = 1; i < count; ++i) {
-        const std::string bytes = Place::read(files[i]);
+        const std::string bytes = FuzzWorkspace::read(files[i]);
         LLVMFuzzerTestOneInput(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
     }
-    return count == 1; // nothing to run is a failure
+    return count == 1 ? 1 : 0; // fail without files
 }

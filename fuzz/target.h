@@ -3,13 +3,13 @@
 
 #include "tests/workspace.h"
 
-#undef NDEBUG // assertions are what a target is for
+#undef NDEBUG // the targets check with assert in every build
 #include <cassert>
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size);
 
-/// A workspace outside of a test. Faster when TMPDIR is in memory.
-struct Place : Workspace {
+/// The workspace of a target. Set TMPDIR to a folder in memory for more speed.
+struct FuzzWorkspace : Workspace {
     using Workspace::conf_path, Workspace::read, Workspace::write, Workspace::write_conf;
     void TestBody() override {}
 };

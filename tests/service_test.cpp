@@ -1,80 +1,83 @@
-// The service control: the listing's lines, and the commands that switch services.
+// The service control: reading the listing, and the commands that switch services.
 #include "service/redhat_service.h"
 #include "tests/workspace.h"
 
 #include <cstdlib>
+#include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace
 {
 
+/// Name to level and xinetd.
+using Listed = std::map<std::string, std::pair<std::string, bool>>;
+
 class ServiceTest : public Workspace
 {
 protected:
-    ServiceTest() { install_stand_ins(); }
+    /// Adds the listing to these services.
+    Listed list(CServiceMap services = {})
+    {
+        EXPECT_TRUE(m_service.GetSystemServiceList(services));
+        Listed result;
+        for (const auto& [name, service] : services) {
+            result[name] = {service.level, service.xinetd};
+        }
+        return result;
+    }
 
     CRedhatService m_service;
 };
 
-/// A map in one line: "name=level" with a '*' for xinetd.
-std::string brief(const CServiceMap& services)
-{
-    std::string text;
-    for (const auto& [name, service] : services) {
-        text += name + "=" + service.level + (service.xinetd ? "* " : " ");
-    }
-    return text;
-}
-
-TEST_F(ServiceTest, ReadsTheLinesOfTheListing)
-{
-    const std::pair<const char*, const char*> table[] = {
-        {"crond          \t0:off\t1:off\t2:on\t3:on\t4:on\t5:on\t6:on\n", "crond=2345 "},
-        {"a\t0:off\t1:off\t2:off\t3:off\t4:off\t5:off\t6:on\n", "a=off "},
-        {"a\t9:on\t9:off\t9:on\t0:on", "a=023 "}, // a word's place counts, not its digit
-        {"a\t0:on\t1:onwards\t2:o\t\xE5\xBC\x80\t:on", "a=01 "},
-        {"0:on", "0:on=off "},
-        {"\techo10:\ton\n", "echo10:=off "}, // taken for a service with run levels
-        {"\trsync:         \ton\n", "rsync=on* "},
-        {"\trsync:\ton", ""}, // perhaps cut short
-        {"\trsync:\n", ""},
-        {"xinetd based services:\n", "xinet=based* "},
-        {" \t\v\f\r\n", ""}};
-    for (const auto& [line, expected] : table) {
-        CServiceMap services;
-        AddListedService(line, services);
-        EXPECT_EQ(brief(services), expected) << line;
-    }
-}
-
 TEST_F(ServiceTest, ReadsTheListing)
 {
-    write("listing", std::string(254, 'a') + "\tb:\ton\n" + // in pieces: longer than the buffer
-                         std::string(300, ' ') + "c:\toff\n");
+    const std::pair<std::string, Listed> table[] = {
+        {"crond          \t0:off\t1:off\t2:on\t3:on\t4:on\t5:on\t6:on\n",
+         {{"crond", {"2345", false}}}},
+        {"a\t0:off\t1:off\t2:off\t3:off\t4:off\t5:off\t6:on\n", {{"a", {"off", false}}}},
+        {"a\t9:on\t9:off\t9:on\t0:on", {{"a", {"023", false}}}}, // the position counts
+        {"a\t0:on\t1:onwards\t2:o\t\xE5\xBC\x80\t:on\t5on", {{"a", {"01", false}}}},
+        {"0:on", {{"0:on", {"off", false}}}},
+        {"\techo10:\ton\n", {{"echo10:", {"off", false}}}}, // "0:" marks a run-level service
+        {"\trsync:         \ton\n", {{"rsync", {"on", true}}}},
+        {"\trsync:\ton", {}}, // perhaps cut short
+        {"\trsync:\n", {}},
+        {"xinetd based services:\n", {{"xinet", {"based", true}}}},
+        {" \t\v\f\r\n", {}},
+        {std::string(254, 'a') + "\tb:\ton\n" + std::string(300, ' ') + "c:\toff\n", // split
+         {{"b", {"on", true}}, {"c", {"off", true}}}}};
+    for (const auto& [listing, expected] : table) {
+        write("listing", listing);
+        EXPECT_EQ(list(), expected) << listing;
+    }
     CServiceMap services;
     services["b"] = {"5", false}; // replaced
     services["kept"] = {"5", false};
-    EXPECT_TRUE(m_service.GetSystemServiceList(services));
-    EXPECT_EQ(brief(services), "b=on* c=off* kept=5 ");
+    EXPECT_EQ(list(services)["b"].first, "on");
+    EXPECT_EQ(list(services)["kept"].first, "5");
 
     write("bin/chkconfig", "#!/bin/sh\necho \" $LC_ALL:\t$*\"\n");
     setenv("LC_ALL", "zh_CN.UTF-8", 1);
-    services.clear();
-    EXPECT_TRUE(m_service.GetSystemServiceList(services));
-    EXPECT_EQ(brief(services), "en_US=--list* ");
+    EXPECT_EQ(list(), (Listed{{"en_US", {"--list", true}}}));
     EXPECT_EQ(std::getenv("LC_ALL"), nullptr);
 
-    services.clear();
-    write("bin/chkconfig", "#!/nowhere\n"); // says nothing
-    EXPECT_TRUE(m_service.GetSystemServiceList(services));
+    write("bin/chkconfig", "#!/bin/sh\necho complaint >&2\nexit 1\n");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(list(), Listed());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::Not(testing::HasSubstr("complaint")));
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child process is left";
+
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none{0, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0); // no descriptor for the pipe: cannot start
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0); // no descriptors: the command cannot start
     EXPECT_FALSE(m_service.GetSystemServiceList(services));
     setrlimit(RLIMIT_NOFILE, &limit);
     EXPECT_EQ(std::getenv("LC_ALL"), nullptr);
-    EXPECT_TRUE(services.empty());
+    EXPECT_EQ(services.size(), 2U);
 }
 
 TEST_F(ServiceTest, RefusesWhatTheShellWouldInterpret)
@@ -105,10 +108,41 @@ TEST_F(ServiceTest, EditsFilesAsSedDoes)
     EXPECT_TRUE(m_service.SetXinetServiceOff("svc"));
     EXPECT_EQ(read("etc/xinetd.d/svc"), odd + "\tdisable\t\t= yes\ndisable = no # yes\n");
     EXPECT_FALSE(m_service.SetXinetServiceOff("missing"));
-    // Killed, and with it the shell that runs it, if it has not become that command itself.
-    write("bin/sed", "#!/bin/sh\nread -r parent </proc/$PPID/comm\n"
-                     "[ \"$parent\" != sh ] || kill -9 $PPID\nkill -9 $$\n");
+    // Kills itself, and its parent if that is a shell: some shells become their last command.
+    setenv("TEST_PID", std::to_string(getpid()).c_str(), 1);
+    write("bin/sed", "#!/bin/sh\n[ $PPID = $TEST_PID ] || kill -9 $PPID\nkill -9 $$\n");
     EXPECT_FALSE(m_service.SetXinetServiceOn("svc"));
+}
+
+TEST_F(ServiceTest, MachineAnswersAsTheRealTool)
+{
+    install_machine();
+    const std::pair<const char*, const char*> files[] = {
+        {"\tdisable\t\t= yes\n", "off"}, {"disable=yes", "off"},
+        {"disable = yess # c", "off"},   {"disabled += yes x", "off"},
+        {" disable yes", "off"},         {"disable = no\ndisable = yes\n", "off"},
+        {"disable = YES", "on"},         {"disable = yes\ndisable = no\n", "on"},
+        {"# disable = yes", "on"},       {"", "on"}};
+    for (const auto& [text, state] : files) {
+        write("etc/xinetd.d/a.file", text);
+        EXPECT_EQ(list()["a.file"].first, state) << text;
+    }
+    const struct {
+        const char* name;
+        const char* levels;
+        bool switched;
+        const char* text; // afterwards in etc/runlevels or the file of rsync
+    } table[] = {
+        {"cups", "247", false, "\ncups\t2345\n"}, {"cups", "off", false, "\ncups\t2345\n"},
+        {"cups", "", false, "\ncups\t2345\n"},    {"cup", "3", false, "\ncups\t2345\n"},
+        {"cups", "246", true, "\ncups\t35\n"},    {"rsync", "6", true, "\tdisable\t= yes\n"}};
+    for (const auto& [name, levels, switched, text] : table) {
+        SCOPED_TRACE(std::string(name) + ' ' + levels);
+        EXPECT_EQ(m_service.SetServiceOff(name, levels), switched);
+        EXPECT_THAT(read("etc/runlevels") + read("etc/xinetd.d/rsync"), testing::HasSubstr(text));
+    }
+    EXPECT_TRUE(m_service.SetServiceOn("rsync", "0"));
+    EXPECT_EQ(list()["rsync"].first, "on");
 }
 
 } // namespace

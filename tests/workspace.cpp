@@ -7,18 +7,31 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <stdexcept>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
+
+/// Without this check, the shell would go on to the commands of the system.
+static void require_commands()
+{
+    if (access("bin/chkconfig", X_OK) != 0 || access("bin/sed", X_OK) != 0) {
+        throw std::runtime_error("programs cannot run in " + fs::current_path().string());
+    }
+}
 
 Workspace::Workspace()
 {
     static const std::string search_path = std::getenv("PATH");
     m_directory = (fs::temp_directory_path() / "optimize_option.XXXXXX").string();
-    EXPECT_NE(mkdtemp(m_directory.data()), nullptr);
+    EXPECT_NE(mkdtemp(m_directory.data()), nullptr) << m_directory;
     fs::current_path(m_directory);
     fs::create_directories(fs::path(conf_path).parent_path());
     fs::create_directory("bin");
     setenv("PATH", (m_directory + "/bin:" + search_path).c_str(), 1);
+    setenv("LC_ALL", "C", 1);
+    unsetenv("NO_COLOR");
+    install_stand_ins();
 }
 
 Workspace::~Workspace()
@@ -33,16 +46,18 @@ void Workspace::install_stand_ins()
         write(path, "#!/bin/sh\n"
                     "[ \"$1\" != --list ] || { cat listing; exit; }\n"
                     "printf '%s\\ndone\\n' \"${0##*/} $*\" >>ran\necho done\n"
-                    "[ ! -e failing ] || ! printf %s \"$*\" | grep -qFf failing\n");
+                    "[ ! -s failing ] || ! printf %s \"$*\" | grep -qFf failing\n");
         fs::permissions(path, fs::perms::owner_all);
     }
     write("listing", "");
+    require_commands();
 }
 
 void Workspace::install_machine()
 {
     fs::copy(SOURCE_DIR "/machine", ".",
              fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+    require_commands();
 }
 
 void Workspace::write_conf(const std::string& infos)
@@ -88,7 +103,7 @@ std::string call(rpc::IIfaceRealize& interface, const host::Call& call)
     std::fclose(out);
     std::istringstream words(text);
     std::free(text);
-    EXPECT_EQ(reply != nullptr, result == 0x840C0000);
+    EXPECT_EQ(reply != nullptr, result == 0x840C0000) << call.operation;
     const std::set<std::string> skipped = {"ID",    "NAME",        "STATE",      "DESCRIPTION",
                                            "(code", "0x80000000)", "0x00000000)"};
     std::string answer;

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <string>
 
-/// Works in a directory of its own, whose bin/ is at the front of the search path.
+/// Changes to a temporary directory, whose bin/ is first on the search path, and removes it in the
+/// end. bin/ holds stand-ins for chkconfig and sed, so that no test reaches those of the system.
+/// Throws std::runtime_error if programs cannot run there.
 class Workspace : public testing::Test
 {
 protected:
@@ -15,10 +17,11 @@ protected:
     Workspace();
     ~Workspace() override;
 
-    /// Puts commands into bin/ that append their command line and "done" to the file "ran", print
-    /// "done", and fail with a line of the file "failing"; a listing is the file "listing".
+    /// Writes the stand-ins, which every workspace has at first. `chkconfig --list` prints the file
+    /// "listing". Every other command appends its command line and "done" to the file "ran", prints
+    /// "done", and fails if its arguments contain a line of the file "failing".
     static void install_stand_ins();
-    /// Copies the embedded machine.
+    /// Copies the embedded machine here, with its own chkconfig and sed.
     static void install_machine();
 
     /// Writes a configuration with the score 85, the count 3 and the given <info> elements.
@@ -30,11 +33,11 @@ private:
     std::string m_directory;
 };
 
-/// A block of these bytes.
+/// A new block with these bytes.
 owned<fwbase::IDataBlock> raw_block(const std::string& bytes);
 
-/// Runs a call; the words that optimize_host prints, less the headings and the usual codes, e.g.
-/// "1 6 success", "3 cups 0 none desc success", "failure", "no reply (result 0x040C0001)".
+/// Runs a call and returns what optimize_host prints, without headings and usual codes, for
+/// example "1 6 success", "3 cups 0 none desc success", "failure", "no reply (result 0x040C0001)".
 std::string call(rpc::IIfaceRealize& interface, const host::Call& call);
-/// The same for a line, e.g. "ignore_service on 1 2".
+/// The same for a call in words, for example "ignore_service on 1 2".
 std::string call(rpc::IIfaceRealize& interface, const std::string& line);
