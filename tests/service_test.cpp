@@ -91,7 +91,7 @@ TEST_F(ServiceTest, RefusesWhatTheShellWouldInterpret)
     for (const char* const name : {"", ".", "..", "../passwd"}) {
         EXPECT_FALSE(m_service.SetXinetServiceOff(name)) << name;
     }
-    EXPECT_TRUE(m_service.OptimizeService("a;b", "off", true)); // off already
+    EXPECT_TRUE(m_service.OptimizeService("a;b", "off", true)); // nothing to do
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(read("ran"), "");
     EXPECT_TRUE(m_service.SetServiceOff("a.b-c_d+e@f,g:h%\xC3\xA9", "3"));
