@@ -8,9 +8,8 @@ source scripts/dependencies.sh
 need build bench
 build=$PWD/build/bench
 echo "Building in build/bench ..."
-quietly "$build.log" cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DBUILD_BENCHMARKS=ON \
-    -DBUILD_TESTING=OFF
-quietly "$build.log" cmake --build "$build" -j"$(nproc)" --target optimize_bench
+quietly "$build.log" cmake --preset bench
+quietly "$build.log" cmake --build --preset bench -j"$(nproc)"
 
 root=$PWD
 place=$(mktemp -d -p "${TMPDIR:-$build}")

@@ -57,9 +57,8 @@ check() {
 package() {
     local generator=$1 libraries=$2
     rm -f "$build"/*."${generator,,}"
-    quietly "$build.log" cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
-        -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR="$libraries"
-    quietly "$build.log" cmake --build "$build" -j"$(nproc)"
+    quietly "$build.log" cmake --preset package -DCMAKE_INSTALL_LIBDIR="$libraries"
+    quietly "$build.log" cmake --build --preset package -j"$(nproc)"
     (cd "$build" && quietly "$build.log" cpack -G "$generator")
     mkdir "$place/$generator"
     file=$(echo "$build"/*."${generator,,}")

@@ -1,38 +1,29 @@
 #!/usr/bin/env bash
-# Builds everything and runs the tests: scripts/test.sh [release|asan|tsan] [CTEST-ARGUMENT...]
+# Builds everything and runs the tests:
+# scripts/test.sh [release|debug|asan|tsan] [CTEST-ARGUMENT...]
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 source scripts/dependencies.sh
 
-kind=release
+preset=release
 case ${1-} in
-release | asan | tsan)
-    kind=$1
+release | debug | asan | tsan)
+    preset=$1
     shift
     ;;
 esac
 
-options=()
 run=()
-case $kind in
-asan) options=('-DSANITIZE=address,undefined' -DCMAKE_BUILD_TYPE=RelWithDebInfo) ;;
-tsan)
-    options=(-DSANITIZE=thread -DCMAKE_BUILD_TYPE=RelWithDebInfo)
-    # Its older runtimes do not start where addresses are widely randomised.
+if [[ $preset == tsan ]]; then
+    # Old thread sanitizer runtimes do not start if addresses are randomised over a wide range.
     fixed=(setarch "$(uname -m)" --addr-no-randomize)
     ! "${fixed[@]}" true 2>/dev/null || run=("${fixed[@]}")
-    ;;
-esac
+fi
 
-need build test "$kind"
-build=build/$kind
-echo "Building in $build ..."
-quietly "$build.log" cmake -S . -B "$build" -DBUILD_TESTING=ON "${options[@]}"
-# Building runs the tests' programs, too, to learn what tests they have.
-quietly "$build.log" "${run[@]}" cmake --build "$build" -j"$(nproc)"
-
-export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
-export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
-export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1}
-cd "$build"
-"${run[@]}" ctest --no-tests=error --output-on-failure -j"$(nproc)" "$@"
+need build test "$preset"
+log=build/$preset.log
+echo "Building in build/$preset ..."
+quietly "$log" cmake --preset "$preset" -DBUILD_TESTING=ON
+# The build runs the test programs, too, to list their tests.
+quietly "$log" "${run[@]}" cmake --build --preset "$preset" -j"$(nproc)"
+"${run[@]}" ctest --preset "$preset" -j"$(nproc)" "$@"
