@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the DEB and the RPM in build/package, and checks what is inside by running it: unpacked into
-# a folder, the program lists the services of the embedded machine.
+# Builds the DEB and the RPM in build/package and checks their contents: the binaries are hardened, the
+# headers compile, and the unpacked program lists the services of the embedded machine.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 source scripts/dependencies.sh
@@ -16,6 +16,28 @@ machine=$PWD/machine
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
 
+# Checks that packaged binaries are hardened.
+check_hardened() {
+    local file facts pattern landings fortified=false
+    for file; do
+        facts=$(readelf -W --program-headers --dynamic --dyn-syms "$file")
+        for pattern in GNU_RELRO '\(FLAGS\).*BIND_NOW' '__stack_chk_fail@'; do
+            grep -qE "$pattern" <<<"$facts" || die "${file##*/} is not hardened: no $pattern"
+        done
+        [[ $file == *.so || $facts == *'Position-Independent Executable'* ]] ||
+            die "${file##*/} is not position-independent"
+        pattern='\(R(UN)?PATH\).*\[([^$]|[$][^O]|.*:)'
+        ! grep -E "$pattern" <<<"$facts" || die "${file##*/} looks for libraries elsewhere"
+        ! grep -qE ' __[a-z]+_chk@' <<<"$facts" || fortified=true
+        if grep -q '^HAVE_fcf_protection:.*=1$' "$build/CMakeCache.txt"; then
+            # The C library's start-up code brings a few of these, too.
+            landings=$(objdump -d "$file" | grep -cE '\bendbr(32|64)\b' || true)
+            [[ $landings -gt 20 ]] || die "${file##*/} lacks control-flow protection"
+        fi
+    done
+    $fortified || die 'the packaged binaries call no checked function of the C library'
+}
+
 # Checks an unpacked package. $2 is its folder of libraries.
 check() {
     local root=$1 libraries=$1/usr/$2/optimize_option file
@@ -26,6 +48,7 @@ check() {
         "$root"/usr/share/doc/optimize_option/{README.md,docs/interface.md}; do
         [[ -e $file || -e $file.gz ]] || die "${file#"$root/"} is not in the package"
     done
+    check_hardened "$host" "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so
     # The headers are complete: each compiles by itself.
     while read -r file; do
         "${CXX:-c++}" -std=c++17 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -include "$file" \
