@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Installs what is missing of the packages that a purpose needs: build, test, bench, package, asan or
-# tsan.
+# Installs the missing packages for a purpose: build, test, bench, package, asan, tsan or compilers.
 # The other scripts source this one. By hand: scripts/dependencies.sh PURPOSE...
 set -euo pipefail
 
@@ -12,6 +11,11 @@ else
     echo 'neither apt-get nor dnf is here to install with; README.md names what the build needs' >&2
     exit 1
 fi
+
+# The versions of a compiler that apt-get can install, the oldest first.
+versions_of() {
+    apt-cache search --names-only "^${1//+/[+]}-[0-9]+\$" | cut -d' ' -f1 | sort -V
+}
 
 packages() {
     case $manager:$1 in
@@ -27,6 +31,13 @@ packages() {
     dnf:package) echo cpio dpkg rpm-build ;;
     dnf:asan) echo libasan libubsan ;;
     dnf:tsan) echo libtsan ;;
+    # The oldest GCC and the newest clang.
+    apt-get:compilers)
+        as_root apt-get -q update >/dev/null 2>&1 || true
+        versions_of g++ | head -n1
+        versions_of clang | tail -n1
+        ;;
+    dnf:compilers) echo clang ;;
     # The C library's converters, on releases that have them in a package of their own.
     apt-get:gbk) echo libc-gconv-modules-extra ;;
     dnf:gbk) echo glibc-gconv-extra ;;
