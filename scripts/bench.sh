@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the benchmark, measures, and brings docs/performance.md and its plot up to date:
+# Builds the benchmark, measures, and writes the table and the plot of docs/performance.md:
 # scripts/bench.sh [BENCHMARK-OPTION...]. TMPDIR says where, and so on which file system.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
