@@ -193,10 +193,8 @@ bool CConf::ModifyOpByIds(const std::vector<int>& ids, OptimizeOperate op)
             return true;
         }
         const int id = number_attribute(info, "id");
-        for (const int wanted : ids) {
-            if (wanted == id) {
-                info.attribute("op")->setValue(state.c_str());
-            }
+        for (auto left = std::count(ids.begin(), ids.end(), id); left != 0; --left) {
+            info.attribute("op")->setValue(state.c_str());
         }
         return true;
     });
