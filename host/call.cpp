@@ -11,7 +11,7 @@ namespace
 
 constexpr std::uint32_t header_size = 4;
 
-/// The reply in a block, or null when it holds none.
+/// Decodes the reply in a block; null if it is not a valid reply.
 owned<fwbase::Message> decode(const fwbase::IDataBlock& block)
 {
     owned<fwbase::Message> message(new fwbase::Message(""));
@@ -21,10 +21,11 @@ owned<fwbase::Message> decode(const fwbase::IDataBlock& block)
     return message;
 }
 
-class Command final : public rpc::ICommand
+/// Decodes the replies of one call and passes them on.
+class ReplyReceiver final : public rpc::ICommand
 {
 public:
-    explicit Command(const std::function<void(const fwbase::Message&)>& on_item)
+    explicit ReplyReceiver(const std::function<void(const fwbase::Message&)>& on_item)
         : m_on_item(on_item)
     {
     }
@@ -79,9 +80,9 @@ owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDa
                                 const std::function<void(const fwbase::Message&)>& on_item,
                                 ec::EC& result)
 {
-    Command command(on_item);
+    ReplyReceiver receiver(on_item);
     fwbase::IDataBlock* out = nullptr;
-    result = interface.call_func(&block, out, &command);
+    result = interface.call_func(&block, out, &receiver);
     const owned<fwbase::IDataBlock> reply(out);
     return reply ? decode(*reply) : nullptr;
 }

@@ -1,4 +1,4 @@
-// One call of a module: from typed arguments to decoded replies.
+// One call of a module: encodes typed arguments and decodes the replies.
 #pragma once
 
 #include "framework/rpc.h"
@@ -12,7 +12,7 @@
 namespace host
 {
 
-/// The inputs of an operation; what is not set is not sent. They are sent in this order.
+/// Arguments of an operation, in the order in which they are sent. Unset ones are not sent.
 struct Arguments {
     std::optional<bool> flag;
     std::optional<rpc::int32> value;
@@ -24,11 +24,11 @@ struct Call {
     Arguments arguments;
 };
 
-/// The call's block, with an empty header extension. Throws std::bad_alloc.
+/// Encodes a call as a block with an empty header extension. Throws std::bad_alloc.
 owned<fwbase::IDataBlock> make_call_block(const Call& call);
 
-/// Runs the call of a block, hands every reply that comes while it runs to `on_item`, and the final
-/// reply, or null when there is none, to the caller. `result` is the code of call_func.
+/// Runs an encoded call. Passes each reply that the operation sends while it runs to `on_item`, and
+/// returns the final reply, or null if there is none. `result` receives the code of call_func.
 owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
                                 const std::function<void(const fwbase::Message&)>& on_item,
                                 ec::EC& result);

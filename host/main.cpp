@@ -25,7 +25,7 @@ enum ExitStatus : int { success = 0, operation_failed = 1, wrong_usage = 2, no_r
 constexpr const char* input_name = "standard input";
 constexpr const char* output_name = "standard output";
 
-/// One line, whatever the text holds.
+/// Prints one line to standard error, with control characters replaced.
 void complain(const std::string& text)
 {
     std::fprintf(stderr, "optimize_host: %s\n", fwbase::printable(text).c_str());
@@ -41,7 +41,7 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
     throw std::runtime_error(std::string(stream) + ": " + std::strerror(errno));
 }
 
-/// A private copy of a standard stream, which the module's commands do not inherit.
+/// Duplicates a standard stream; the module's commands do not inherit the copy.
 File copy_stream(int stream, const char* mode, const char* name)
 {
     const int copy = fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
@@ -52,8 +52,8 @@ File copy_stream(int stream, const char* mode, const char* name)
     return file;
 }
 
-/// Replies are printed to the copy: the module and its commands print to standard output, which
-/// becomes standard error.
+/// Redirects standard output to standard error, because the module and its commands print to it.
+/// Returns the original stream, to which the replies are printed.
 File take_standard_output()
 {
     std::fflush(stdout);
@@ -64,7 +64,8 @@ File take_standard_output()
     return out;
 }
 
-/// Calls are read from the copy: a command that reads its input must not swallow them.
+/// Redirects standard input from /dev/null, so that a command that reads its input does not consume
+/// the calls. Returns the original stream, from which the calls are read.
 File take_standard_input()
 {
     File in = copy_stream(STDIN_FILENO, "r", input_name);
@@ -75,7 +76,7 @@ File take_standard_input()
     return in;
 }
 
-/// Messages that nobody wants go nowhere, and into no file that is opened later.
+/// If stderr is closed, opens /dev/null there, so that no file opened later becomes descriptor 2.
 void open_standard_error()
 {
     if (fcntl(STDERR_FILENO, F_GETFD) < 0) {
@@ -89,7 +90,7 @@ void open_standard_error()
     }
 }
 
-/// Throws unless all that was printed has been written.
+/// Flushes the stream; throws if any of its output could not be written.
 void require_written(std::FILE* out)
 {
     if (std::fflush(out) != 0 || std::ferror(out) != 0) {
@@ -105,7 +106,8 @@ bool is_colored(std::FILE* out)
            terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
 }
 
-/// The ids that were asked for and did not come back; those that did come in the same order.
+/// The requested ids that were not handled, each after a blank. `handled` is in the order of the
+/// request.
 std::string missing_ids(const std::vector<unsigned int>& asked,
                         const std::vector<unsigned int>& handled)
 {
@@ -121,8 +123,8 @@ std::string missing_ids(const std::vector<unsigned int>& asked,
     return text;
 }
 
-/// Runs one call. `place` begins the complaints: where the call comes from.
-ExitStatus run(const Call& call, const std::string& place, rpc::IIfaceRealize& interface,
+/// Runs one call. `origin` says where the call was read and precedes every message.
+ExitStatus run(const Call& call, const std::string& origin, rpc::IIfaceRealize& interface,
                host::Printer& printer)
 {
     ex_std::vector<const rpc::IIfaceRealize::FAtt*> operations;
@@ -146,13 +148,13 @@ ExitStatus run(const Call& call, const std::string& place, rpc::IIfaceRealize& i
         }
         printer.item(item);
     };
-    fwbase::take_last_xml_error(); // of an earlier call
+    fwbase::take_last_xml_error(); // discard the error of an earlier call
     ec::EC result = 0;
     const owned<fwbase::Message> reply =
         host::run_call(interface, *host::make_call_block(call), on_item, result);
     printer.end(result, reply.get());
 
-    const std::string subject = place + call.operation + ": ";
+    const std::string subject = origin + call.operation + ": ";
     if (!reply) {
         const bool known =
             std::any_of(operations.begin(), operations.end(),
@@ -176,7 +178,7 @@ ExitStatus run(const Call& call, const std::string& place, rpc::IIfaceRealize& i
     return success;
 }
 
-/// A line of any length.
+/// Reads lines of any length.
 class Line
 {
 public:
@@ -185,7 +187,7 @@ public:
     Line& operator=(const Line&) = delete;
     ~Line() { std::free(m_text); }
 
-    /// False at the end and after an error.
+    /// Returns false at the end of the input and after an error.
     bool read(std::FILE* in) { return (m_length = getline(&m_text, &m_capacity, in)) >= 0; }
     std::string text() const { return {m_text, static_cast<std::size_t>(m_length)}; }
 
@@ -195,22 +197,23 @@ private:
     ssize_t m_length = 0;
 };
 
-/// Runs the call of each line; the worst status of them. Answers are written before the next call.
+/// Runs the call on each line and returns the highest status. The answers to a call are written
+/// before the next call is read.
 ExitStatus run_lines(std::FILE* in, std::FILE* out, rpc::IIfaceRealize& interface,
                      host::Printer& printer)
 {
     ExitStatus worst = success;
     Line line;
     for (int number = 1; line.read(in); ++number) {
-        const std::string place = input_name + (":" + std::to_string(number)) + ": ";
+        const std::string origin = input_name + (":" + std::to_string(number)) + ": ";
         ExitStatus status = success;
         try {
             const std::vector<std::string> words = host::split(line.text());
             if (!words.empty()) {
-                status = run(host::to_call(words), place, interface, printer);
+                status = run(host::to_call(words), origin, interface, printer);
             }
         } catch (const UsageError& error) {
-            complain(place + error.what());
+            complain(origin + error.what());
             printer.refused(error.what());
             status = wrong_usage;
         }
@@ -225,7 +228,7 @@ ExitStatus run_lines(std::FILE* in, std::FILE* out, rpc::IIfaceRealize& interfac
 
 ExitStatus run(const Options& options)
 {
-    // Wrong words are refused before anything is loaded.
+    // Check the words before loading the module.
     const bool from_input = options.task == Options::Task::calls_from_input;
     const Call call = from_input ? Call() : host::to_call(options.words);
     const File in = from_input ? take_standard_input() : nullptr;

@@ -30,7 +30,7 @@ void Module::Closer::operator()(void* library) const noexcept
 
 Module::Module(const std::string& path)
 {
-    // dlopen would look for a name without a slash among the system's libraries.
+    // dlopen searches the system's library folders for a name without a slash.
     const std::string file = path.find('/') == std::string::npos ? "./" + path : path;
     m_library.reset(dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL));
     if (!m_library) {

@@ -1,4 +1,4 @@
-// A plug-in module, loaded from its shared library and ready for calls.
+// Loads a plug-in module from its shared library.
 #pragma once
 
 #include "framework/rpc.h"
@@ -9,21 +9,21 @@
 namespace host
 {
 
-/// Path of the module that lies in the folder of libfwbase.so, as in a build or an installation.
+/// Path of the module in the folder of libfwbase.so, where a build and an installation put it.
 std::string installed_module();
 
-/// Loads and initialises a module; releases and unloads it.
+/// Loads and initialises a module; the destructor releases and unloads it.
 class Module
 {
 public:
-    /// Throws std::runtime_error, whose text names the file and the reason, when the library cannot
-    /// be loaded, exports no interface, or its init fails.
+    /// Throws std::runtime_error, whose text names the file and the reason, if the library cannot
+    /// be loaded, does not export the entry function, or its init fails.
     explicit Module(const std::string& path);
     ~Module();
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
 
-    /// Borrowed; valid as long as the module.
+    /// Borrowed; valid for the lifetime of this object.
     rpc::IIfaceRealize& interface() const { return *m_interface; }
 
 private:

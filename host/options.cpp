@@ -17,21 +17,21 @@ namespace host
 
 const char* const help =
     R"(Usage: optimize_host [--module FILE] [--json] OPERATION [ARGUMENT...]
-       optimize_host [--module FILE] [--json] -    calls from input, one a line
+       optimize_host [--module FILE] [--json] -    read calls from standard input
 
 Calls an Optimize_Option module on ./config/system_operation/conf.xml.
 
   ls_service                    list the candidate services and their states
   optimize_service ID...        switch services off
   restore_service ID...         switch them back on
-  ignore_service on|off ID...   mark services as ignored, or take the mark away
+  ignore_service on|off ID...   mark services as ignored, or remove the mark
   get_optimize_sorce            print the score
-  set_optimize_sorce SCORE      write it
+  set_optimize_sorce SCORE      set the score
   get_optimize_num              print the count
-  attributes | operations       describe the interface | name all its operations
+  attributes | operations       describe the interface | list all its operations
 
-  -m, --module FILE             load this module, not the installed one
-  -j, --json                    print one JSON object a line
+  -m, --module FILE             load FILE instead of the installed module
+  -j, --json                    print one JSON object per line
   -h, --help  -V, --version     print this help, or the version
 
 Examples: optimize_host ls_service
@@ -65,14 +65,15 @@ bool to_flag(const std::string& text)
     return text == "on";
 }
 
-/// Why getopt has refused an option. `word` is the one that it has just left, which is the option's
-/// unless several letters share one.
+/// Says why getopt_long refused an option. `word` is the argument before optind, which holds the
+/// option unless it is one of several letters in a word.
 std::string refusal_of(const std::string& word)
 {
     if (optopt == 0) {
         return word + ": no such option";
     }
-    if (std::strchr("mjhV", optopt) != nullptr) { // a letter that exists stands for a long option
+    if (std::strchr("mjhV", optopt) != nullptr) {
+        // optopt is a known letter, so its long option was given an argument it does not take.
         return word + ": takes no argument";
     }
     return std::string("-") + static_cast<char>(optopt) + ": no such option";

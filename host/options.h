@@ -1,4 +1,4 @@
-// The command line of optimize_host: its options, and the calls that its words stand for.
+// The command line of optimize_host: its options and calls.
 #pragma once
 
 #include "host/call.h"
@@ -10,7 +10,7 @@
 namespace host
 {
 
-/// Words that make no sense; the text says which and why.
+/// Wrong usage; the text names the word and the reason.
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -21,20 +21,20 @@ struct Options {
     Task task = Task::call;
     std::string module; ///< file to load
     bool json = false;
-    std::vector<std::string> words; ///< of the call
+    std::vector<std::string> words; ///< the operation and its arguments
 };
 
-/// What `--help` prints: fits a screen of 24 lines.
+/// Output of `--help`; fits a screen of 24 lines.
 extern const char* const help;
 
 /// Throws UsageError.
 Options parse_options(int argc, char** argv);
 
-/// The call that an operation's name and its arguments stand for. What an operation takes goes by
-/// the first word of its name; whether it exists is the module's to say. Throws UsageError.
+/// Makes a call from an operation's name and its arguments. The prefix of the name decides which
+/// arguments are expected; only the module knows whether the operation exists. Throws UsageError.
 Call to_call(const std::vector<std::string>& words);
 
-/// The words of a line, which blanks separate; none when it is empty or begins with '#'. Throws
+/// Splits a line at white space. Returns no words for a blank line or a comment ('#'). Throws
 /// UsageError.
 std::vector<std::string> split(const std::string& line);
 

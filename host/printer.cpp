@@ -18,7 +18,7 @@ bool is(const owned<fwbase::Param>& param, unsigned type)
     return param->type() == type;
 }
 
-/// Colours of a terminal, as the numbers of its SGR sequence.
+/// Terminal colours, as numbers of an SGR sequence.
 namespace style
 {
 constexpr const char* plain = nullptr;
@@ -28,7 +28,7 @@ constexpr const char* good = "32";
 constexpr const char* noticed = "33";
 } // namespace style
 
-/// A state of a service, as people see it.
+/// How a state of a service is shown.
 struct State {
     const char* name;
     const char* color;
@@ -103,7 +103,7 @@ private:
 
     void line(const std::string& text) { std::fprintf(m_out, "%s\n", text.c_str()); }
 
-    /// Once per call.
+    /// Prints the heading before the first row of a call.
     void heading(const std::string& text)
     {
         if (!m_has_heading) {
@@ -118,7 +118,7 @@ private:
         return plain ? text : std::string("\x1B[") + color + "m" + text + "\x1B[0m";
     }
 
-    /// "0 none" and so on, as wide as its column.
+    /// For example "0 none", padded to the width of the column.
     std::string state(rpc::int32 op) const
     {
         const State known = op < states.size() ? states[op] : State{"", style::plain};

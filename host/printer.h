@@ -1,4 +1,4 @@
-// What optimize_host prints: replies as they arrive, for people or for programs.
+// Prints replies as they arrive, as a table or as JSON.
 #pragma once
 
 #include "framework/rpc.h"
@@ -19,21 +19,22 @@ public:
 
     virtual void attributes(const rpc::IIfaceRealize::IAtt& attributes) = 0;
     virtual void operation(const rpc::IIfaceRealize::FAtt& operation) = 0;
-    /// A reply that came before the final one.
+    /// A reply sent before the final one.
     virtual void item(const fwbase::Message& reply) = 0;
-    /// The end of a call: its result code, and its reply if it got one.
+    /// The end of a call: the code of call_func, and the final reply or null.
     virtual void end(ec::EC result, const fwbase::Message* reply) = 0;
-    /// A line of input that is no call.
+    /// A call that was not made.
     virtual void refused(const std::string& reason) = 0;
 };
 
-/// An aligned table in UTF-8, in colours if asked for.
+/// Prints aligned tables in UTF-8, coloured if asked. Does not close `out`.
 std::unique_ptr<Printer> table_printer(std::FILE* out, bool colored);
 
-/// One JSON object a line; every line is valid for any bytes in names and descriptions.
+/// Prints one JSON object per line, valid for any bytes in names and descriptions. Does not close
+/// `out`.
 std::unique_ptr<Printer> json_printer(std::FILE* out);
 
-/// One listed service, in UTF-8.
+/// One listed service; texts are UTF-8.
 struct ServiceRow {
     rpc::int32 id;
     std::string name;
@@ -41,7 +42,7 @@ struct ServiceRow {
     rpc::int32 op;
 };
 
-/// The services of a T_RECORD_LIST parameter; records that are none are left out.
+/// The services in a T_RECORD_LIST parameter. Records with other fields are skipped.
 std::vector<ServiceRow> service_rows(const fwbase::Param& param);
 
 } // namespace host

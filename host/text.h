@@ -1,4 +1,4 @@
-// Text that optimize_host prints.
+// Formats numbers for people.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 namespace host
 {
 
-/// "0x" and eight digits.
+/// "0x" and eight hexadecimal digits, for example "0x0000000A".
 std::string hexadecimal(std::uint32_t number);
 
 } // namespace host
