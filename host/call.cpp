@@ -87,4 +87,37 @@ owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDa
     return reply ? decode(*reply) : nullptr;
 }
 
+void add_ids(const fwbase::Message& reply, std::vector<unsigned int>& ids)
+{
+    for (const owned<fwbase::Param>& param : reply.all()) {
+        if (param->type() == rpc::T_UINT32_LIST) {
+            ids.insert(ids.end(), param->numbers().begin(), param->numbers().end());
+        }
+    }
+}
+
+std::vector<unsigned int> missing_ids(const std::vector<unsigned int>& requested,
+                                      const std::vector<unsigned int>& handled)
+{
+    std::vector<unsigned int> missing;
+    auto next = handled.begin();
+    for (const unsigned int id : requested) {
+        if (next != handled.end() && *next == id) {
+            ++next;
+        } else {
+            missing.push_back(id);
+        }
+    }
+    return missing;
+}
+
+std::string to_text(const std::vector<unsigned int>& ids)
+{
+    std::string text;
+    for (const unsigned int id : ids) {
+        text += " " + std::to_string(id);
+    }
+    return text;
+}
+
 } // namespace host

@@ -33,4 +33,14 @@ owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDa
                                 const std::function<void(const fwbase::Message&)>& on_item,
                                 ec::EC& result);
 
+/// Appends the ids in the lists of a reply: those that the operation handled.
+void add_ids(const fwbase::Message& reply, std::vector<unsigned int>& ids);
+
+/// The requested ids that were not handled. `handled` is in the order of the request.
+std::vector<unsigned int> missing_ids(const std::vector<unsigned int>& requested,
+                                      const std::vector<unsigned int>& handled);
+
+/// For example " 1 2": every id after a blank.
+std::string to_text(const std::vector<unsigned int>& ids);
+
 } // namespace host

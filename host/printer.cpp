@@ -51,9 +51,11 @@ public:
         line("description  " + fwbase::printable(fwbase::gbk_to_utf8(attributes.desc)));
     }
 
-    void operation(const rpc::IIfaceRealize::FAtt& operation) override
+    void operations(const ex_std::vector<const rpc::IIfaceRealize::FAtt*>& list) override
     {
-        line(fwbase::printable(operation.name));
+        for (const rpc::IIfaceRealize::FAtt* const operation : list) {
+            line(fwbase::printable(operation->name));
+        }
     }
 
     void item(const fwbase::Message& reply) override
@@ -62,15 +64,16 @@ public:
         std::fflush(m_out);
     }
 
-    void end(ec::EC result, const fwbase::Message* reply) override
+    void end(const Ending& ending) override
     {
-        if (reply == nullptr) {
-            line(painted(style::bad, "no reply") + " (result " + hexadecimal(result) + ")");
+        if (ending.reply == nullptr) {
+            line(painted(style::bad, "no reply") + " (result " + hexadecimal(ending.result) + ")");
         } else {
-            outputs(*reply);
-            line((ec::succeeded(reply->code()) ? painted(style::good, "success")
-                                               : painted(style::bad, "failure")) +
-                 " (code " + hexadecimal(reply->code()) + ")");
+            outputs(*ending.reply);
+            const ec::EC code = ending.reply->code();
+            line((ec::succeeded(code) ? painted(style::good, "success")
+                                      : painted(style::bad, "failure")) +
+                 " (code " + hexadecimal(code) + ")");
         }
         std::fflush(m_out);
         m_has_heading = false;
@@ -153,11 +156,15 @@ public:
               {"id", attributes.id},
               {"description", fwbase::gbk_to_utf8(attributes.desc)},
               {"extra", attributes.extra}});
+        line({{"reply", "final"}});
     }
 
-    void operation(const rpc::IIfaceRealize::FAtt& operation) override
+    void operations(const ex_std::vector<const rpc::IIfaceRealize::FAtt*>& list) override
     {
-        line({{"operation", operation.name}, {"extra", operation.extra}});
+        for (const rpc::IIfaceRealize::FAtt* const operation : list) {
+            line({{"operation", operation->name}, {"extra", operation->extra}});
+        }
+        line({{"reply", "final"}});
     }
 
     void item(const fwbase::Message& reply) override
@@ -165,13 +172,21 @@ public:
         line(with_outputs({{"reply", "item"}}, reply));
     }
 
-    void end(ec::EC result, const fwbase::Message* reply) override
+    void end(const Ending& ending) override
     {
-        if (reply == nullptr) {
-            line({{"reply", "none"}, {"result", hexadecimal(result)}});
-        } else {
-            line(with_outputs({{"reply", "final"}, {"result", hexadecimal(result)}}, *reply));
+        const std::string result = hexadecimal(ending.result);
+        if (ending.reply == nullptr) {
+            line({{"reply", "none"}, {"result", result}});
+            return;
         }
+        Json object = with_outputs({{"reply", "final"}, {"result", result}}, *ending.reply);
+        for (const unsigned int id : ending.not_handled) {
+            object["not_handled"].push_back({{"id", id}});
+        }
+        if (!ending.error.empty()) {
+            object["error"] = ending.error;
+        }
+        line(object);
     }
 
     void refused(const std::string& reason) override

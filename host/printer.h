@@ -12,17 +12,24 @@
 namespace host
 {
 
+/// The end of a call.
+struct Ending {
+    ec::EC result = 0;                          ///< code of call_func
+    const fwbase::Message* reply = nullptr;     ///< the final one, borrowed; null without
+    std::vector<unsigned int> not_handled = {}; ///< requested ids of services
+    std::string error = {};                     ///< why the operation failed; empty if it did not
+};
+
 class Printer
 {
 public:
     virtual ~Printer() = default;
 
     virtual void attributes(const rpc::IIfaceRealize::IAtt& attributes) = 0;
-    virtual void operation(const rpc::IIfaceRealize::FAtt& operation) = 0;
+    virtual void operations(const ex_std::vector<const rpc::IIfaceRealize::FAtt*>& list) = 0;
     /// A reply sent before the final one.
     virtual void item(const fwbase::Message& reply) = 0;
-    /// The end of a call: the code of call_func, and the final reply or null.
-    virtual void end(ec::EC result, const fwbase::Message* reply) = 0;
+    virtual void end(const Ending& ending) = 0;
     /// A call that was not made.
     virtual void refused(const std::string& reason) = 0;
 };

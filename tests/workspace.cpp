@@ -99,7 +99,7 @@ std::string call(rpc::IIfaceRealize& interface, const host::Call& call)
     const auto reply = host::run_call(
         interface, *host::make_call_block(call),
         [&printer](const fwbase::Message& item) { printer->item(item); }, result);
-    printer->end(result, reply.get());
+    printer->end({result, reply.get()});
     std::fclose(out);
     std::istringstream words(text);
     std::free(text);

@@ -1,0 +1,170 @@
+#include "host/configuration_lock.h"
+
+#include "host/standard_streams.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <thread>
+
+namespace host
+{
+
+namespace
+{
+
+constexpr int lowest_number = 100; // shell scripts use the low descriptors
+constexpr mode_t private_mode = S_IRUSR | S_IWUSR;
+
+/// Empty if the path leads nowhere.
+std::string real_path(const std::string& path)
+{
+    const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
+    return real ? real.get() : "";
+}
+
+/// Beside the file itself if the configuration is a link. Empty without a folder.
+std::string find_lock_path()
+{
+    const std::string configuration = configuration_path;
+    const std::string real = real_path(configuration);
+    if (!real.empty()) {
+        return real + ".lock";
+    }
+    const std::size_t slash = configuration.rfind('/');
+    const std::string folder = real_path(configuration.substr(0, slash));
+    return folder.empty() ? "" : folder + configuration.substr(slash) + ".lock";
+}
+
+/// Makes a new file survive a power failure. A folder that cannot be flushed is no reason to stop.
+void flush_folder_of(const std::string& path)
+{
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    fsync(Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)).get());
+}
+
+/// Opens the file, or creates it.
+Descriptor open_file(const std::string& path)
+{
+    constexpr int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    for (;;) {
+        Descriptor file(open(path.c_str(), flags));
+        if (file.is_open()) {
+            return file;
+        }
+        if (errno == ENOENT) {
+            file = Descriptor(open(path.c_str(), flags | O_CREAT | O_EXCL, private_mode));
+            if (file.is_open()) {
+                flush_folder_of(path);
+                return file;
+            }
+            if (errno == EEXIST) {
+                continue;
+            }
+        }
+        if (errno == ELOOP) {
+            throw std::runtime_error(path + ": is a link, which is not followed");
+        }
+        fail(path + ": cannot open");
+    }
+}
+
+/// Another user's file could be locked for ever, and one with a second name is somebody's data.
+void require_private(const std::string& path, int file)
+{
+    struct stat status = {};
+    if (fstat(file, &status) != 0) {
+        fail(path);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw std::runtime_error(path + ": is not a regular file");
+    }
+    if (status.st_uid != geteuid()) {
+        throw std::runtime_error(path + ": belongs to another user");
+    }
+    if (status.st_nlink > 1) {
+        throw std::runtime_error(path + ": has another name");
+    }
+    if ((status.st_mode & ALLPERMS) != private_mode) {
+        // Fails on a file system without modes, where nothing is private.
+        static_cast<void>(fchmod(file, private_mode));
+    }
+}
+
+bool leads_to(const std::string& path, int file)
+{
+    struct stat named = {};
+    struct stat opened = {};
+    return lstat(path.c_str(), &named) == 0 && fstat(file, &opened) == 0 &&
+           named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+}
+
+/// Returns false if somebody else has it.
+bool try_lock(const std::string& path, int file, int flags)
+{
+    static bool cannot_lock = false;
+    if (flock(file, LOCK_EX | flags) == 0 || cannot_lock) {
+        return true;
+    }
+    switch (errno) {
+    case EWOULDBLOCK:
+    case EINTR:
+        return false;
+    case ENOLCK:
+    case EOPNOTSUPP:
+    case ENOSYS:
+    case EINVAL:
+        cannot_lock = true;
+        complain(path + ": the file system cannot lock; do not run two calls at once");
+        return true;
+    default:
+        fail(path + ": cannot lock");
+    }
+}
+
+/// Waits for as long as somebody else has it.
+void lock(const std::string& path, int file)
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
+    while (!try_lock(path, file, LOCK_NB)) {
+        if (Clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            continue;
+        }
+        complain(path + ": waiting for another call to end");
+        while (!try_lock(path, file, 0)) {
+        }
+        return;
+    }
+}
+
+} // namespace
+
+ConfigurationLock::ConfigurationLock()
+{
+    for (;;) {
+        m_path = find_lock_path();
+        if (m_path.empty()) {
+            return;
+        }
+        const Descriptor file = open_file(m_path);
+        require_private(m_path, file.get());
+        lock(m_path, file.get());
+        // The file or the configuration may have been replaced in the meantime.
+        if (leads_to(m_path, file.get()) && find_lock_path() == m_path) {
+            m_file = Descriptor(fcntl(file.get(), F_DUPFD, lowest_number)); // is inherited
+            if (!m_file.is_open()) {
+                fail(m_path + ": cannot keep the lock");
+            }
+            return;
+        }
+    }
+}
+
+} // namespace host

@@ -1,0 +1,38 @@
+// The lock that lets one call at a time change a configuration, across processes.
+#pragma once
+
+#include "host/descriptor.h"
+
+#include <string>
+
+namespace host
+{
+
+/// The module's configuration, relative to the working directory.
+constexpr const char* configuration_path = "./config/system_operation/conf.xml";
+
+/// Holds the exclusive lock on the configuration: a lock on the file "conf.xml.lock" beside it.
+///
+/// The commands that the module starts inherit the descriptor, and the lock ends when the last copy
+/// is closed: a command that outlives a killed program still changes the machine.
+class ConfigurationLock
+{
+public:
+    /// Waits for the lock. Prints one line if that takes longer than a second, and one per process
+    /// if the file system cannot lock. Throws std::runtime_error, which names the file, if it is
+    /// not a private regular file of this user.
+    ConfigurationLock();
+
+    /// False if the configuration's folder does not exist: nothing is locked or created.
+    explicit operator bool() const { return m_file.is_open(); }
+    /// The open lock file. It also holds the journal.
+    int file() const { return m_file.get(); }
+    /// Absolute path of the lock file.
+    const std::string& path() const { return m_path; }
+
+private:
+    std::string m_path;
+    Descriptor m_file;
+};
+
+} // namespace host

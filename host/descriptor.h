@@ -1,0 +1,35 @@
+// A file descriptor that is closed by its owner.
+#pragma once
+
+#include <unistd.h>
+#include <utility>
+
+namespace host
+{
+
+/// Owns a file descriptor; a negative one is none.
+class Descriptor
+{
+public:
+    explicit Descriptor(int number = -1) noexcept : m_number(number) {}
+    Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept
+    {
+        std::swap(m_number, other.m_number);
+        return *this;
+    }
+    ~Descriptor()
+    {
+        if (is_open()) {
+            close(m_number);
+        }
+    }
+
+    bool is_open() const noexcept { return m_number >= 0; }
+    int get() const noexcept { return m_number; }
+
+private:
+    int m_number;
+};
+
+} // namespace host

@@ -1,0 +1,79 @@
+#include "host/journal.h"
+
+#include "host/options.h"
+#include "host/standard_streams.h"
+
+#include <stdexcept>
+#include <string_view>
+
+namespace host
+{
+
+namespace
+{
+
+constexpr std::string_view end_mark = "\nend\n";
+
+/// The bytes of a file from its start.
+std::string read_all(int file, const std::string& path)
+{
+    std::string text;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t count = pread(file, buffer, sizeof buffer, static_cast<off_t>(text.size()));
+        if (count < 0) {
+            fail(path + ": cannot read");
+        }
+        if (count == 0) {
+            return text;
+        }
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+}
+
+} // namespace
+
+std::optional<Call> Journal::read() const
+{
+    std::string text = read_all(m_lock.file(), m_lock.path());
+    if (text.size() < end_mark.size() ||
+        text.compare(text.size() - end_mark.size(), end_mark.size(), end_mark) != 0) {
+        return std::nullopt;
+    }
+    text.resize(text.size() - end_mark.size());
+    try {
+        const std::vector<std::string> words = split(text);
+        const bool switches =
+            !words.empty() && (words[0] == "optimize_service" || words[0] == "restore_service");
+        if (switches && text.find('\n') == std::string::npos) {
+            return to_call(words);
+        }
+    } catch (const UsageError&) { // reported below
+    }
+    throw std::runtime_error("cannot complete an interrupted call: " + m_lock.path() +
+                             ": not a journal; to give up, remove the file");
+}
+
+void Journal::write(const Call& call) const
+{
+    const std::string text = call.operation + to_text(*call.arguments.ids) + std::string(end_mark);
+    clear();
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t count =
+            pwrite(m_lock.file(), text.data() + done, text.size() - done, static_cast<off_t>(done));
+        if (count < 0) {
+            fail(m_lock.path() + ": cannot write");
+        }
+        done += static_cast<std::size_t>(count);
+    }
+    if (fdatasync(m_lock.file()) != 0) {
+        fail(m_lock.path() + ": cannot flush");
+    }
+}
+
+void Journal::clear() const noexcept
+{
+    static_cast<void>(!ftruncate(m_lock.file(), 0));
+}
+
+} // namespace host
