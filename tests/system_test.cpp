@@ -117,7 +117,7 @@ TEST_F(SystemTest, AnswersOnTheCommandLine)
                  {"--json set_optimize_sorce 4294967295", 0, final + "}\n", ""},
                  {"--json optimize_other 1 2", 0, final + ",\"ids\":[]}\n",
                   "optimize_host: optimize_other: not handled: 1 2\n"},
-                 {"ignore_service on 15 2 2", 0,
+                 {"ignore_service on 15 2 2", 1,
                   "        ID\n         2\n         2\nsuccess (code 0x80000000)\n",
                   "ignore_service: not handled: 15\n"},
                  {"--json - <calls", 2,
@@ -165,11 +165,11 @@ TEST_F(SystemTest, AnswersOnTheCommandLine)
 
     EXPECT_EQ(shell("trap '' XFSZ; ulimit -f 1; optimize_host set_optimize_sorce 1"), 1);
     EXPECT_THAT(read("errors"), HasSubstr("conf.xml: cannot write: File too large"));
-    EXPECT_EQ(output_of("ls -A config/system_operation"), "conf.xml\n");
+    EXPECT_EQ(output_of("ls -A config/system_operation"), "conf.xml\nconf.xml.lock\n");
 
     write(conf_path, "<kavra_conf>\n<oops>\n");
     EXPECT_EQ(shell("optimize_host --json ls_service"), 1);
-    EXPECT_THAT(read("output"), HasSubstr("\"code\":\"0x00000000\"}\n"));
+    EXPECT_THAT(read("output"), HasSubstr("\"code\":\"0x00000000\",\"error\":\""));
     EXPECT_THAT(read("errors"), HasSubstr("ls_service: ./config/system_operation/conf.xml:3: "));
 }
 
