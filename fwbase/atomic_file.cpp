@@ -2,17 +2,15 @@
 
 #include "framework/xml.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
-#include <memory>
-#include <optional>
-#include <sys/file.h>
-#include <sys/stat.h>
+#include <linux/limits.h>
+#include <sys/xattr.h>
 #include <system_error>
 #include <unistd.h>
-#include <utility>
+#include <vector>
 
 namespace fwbase
 {
@@ -20,28 +18,21 @@ namespace fwbase
 namespace
 {
 
-/// Owns a file descriptor; -1 is none.
-class Descriptor
+[[noreturn]] void fail_changed(const char* path)
 {
-public:
-    explicit Descriptor(int fd) noexcept : m_fd(fd) {}
-    Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor()
-    {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
+    throw CLiteXmlException(path, 0, "changed meanwhile");
+}
+
+/// Throws if a system call, given by its result, has failed.
+void check(const char* path, ssize_t result, const char* failure, const std::string& name = {})
+{
+    if (result == -1) {
+        const std::string reason = std::generic_category().message(errno);
+        throw CLiteXmlException(path, 0, failure + name + ": " + reason);
     }
+}
 
-    int get() const noexcept { return m_fd; }
-
-private:
-    int m_fd;
-};
-
-/// Repeats a system call for as long as signals interrupt it.
+/// Repeats a system call while signals interrupt it.
 template <class Call>
 auto retry(Call call)
 {
@@ -52,27 +43,9 @@ auto retry(Call call)
     return result;
 }
 
-/// Throws when a system call, given by its result, has failed.
-void check(const char* path, ssize_t result, const char* failure)
+int open_at(int folder, const char* name, int flags, mode_t mode = 0)
 {
-    if (result == -1) {
-        throw CLiteXmlException(
-            path, 0, std::string(failure) + ": " + std::generic_category().message(errno));
-    }
-}
-
-void require_path(const char* path)
-{
-    if (path == nullptr || *path == '\0') {
-        throw CLiteXmlException({}, 0, "no file name");
-    }
-}
-
-void require_regular(const char* path, const struct stat& status, const char* failure)
-{
-    if (!S_ISREG(status.st_mode)) {
-        throw CLiteXmlException(path, 0, failure);
-    }
+    return retry([&] { return ::openat(folder, name, flags | O_CLOEXEC, mode); });
 }
 
 void require_size(const char* path, std::size_t size)
@@ -82,193 +55,243 @@ void require_size(const char* path, std::size_t size)
     }
 }
 
-struct Place {
-    std::string folder; // ends in a slash
-    std::string name;
-};
-
-/// Where the file is, or would be made, that the path leads to.
-Place find_place(const char* path)
-{
-    std::string real = path;
-    struct stat status = {};
-    if (::lstat(path, &status) == 0) {
-        const std::unique_ptr<char, void (*)(void*)> resolved(::realpath(path, nullptr), std::free);
-        check(path, resolved ? 0 : -1, "cannot follow the link");
-        real = resolved.get();
-    } else if (errno != ENOENT) {
-        check(path, -1, "cannot look for the file");
-    }
-    const std::size_t name = real.rfind('/') + 1; // 0 without a slash
-    if (name == real.size()) {
-        throw CLiteXmlException(path, 0, "no file name");
-    }
-    return {name == 0 ? "./" : real.substr(0, name), real.substr(name)};
-}
-
-/// The state of the file to be replaced, if there is one.
-std::optional<struct stat> find_old(const char* path, int folder, const std::string& name)
+struct stat regular_status(const char* path, int file)
 {
     struct stat status = {};
-    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == -1) {
-        check(path, errno == ENOENT ? 0 : -1, "cannot look for the file");
-        return std::nullopt;
+    check(path, ::fstat(file, &status), "cannot read");
+    if (!S_ISREG(status.st_mode)) {
+        throw CLiteXmlException(path, 0, "not a regular file");
     }
-    require_regular(path, status, "not a regular file");
-    check(path, ::faccessat(folder, name.c_str(), W_OK, AT_EACCESS), "not writable");
     return status;
 }
 
-bool leads_to(int folder, const std::string& name, int file)
+bool same_state(const struct stat& a, const struct stat& b)
 {
-    struct stat named = {};
-    struct stat opened = {};
-    return ::fstatat(folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-           ::fstat(file, &opened) == 0 && named.st_dev == opened.st_dev &&
-           named.st_ino == opened.st_ino;
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec &&
+           a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
 }
 
-/// Makes the temporary file and locks it, when every other save with the same one is over.
-Descriptor make_temporary(const char* path, int folder, const std::string& name, mode_t mode)
+/// Follows symbolic links; returns the path itself if no file is there yet.
+std::string real_path(const char* path)
 {
-    constexpr const char* failure = "cannot make the temporary file";
-    constexpr int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-    for (;;) {
-        Descriptor file(
-            retry([&] { return ::openat(folder, name.c_str(), flags | O_CREAT | O_EXCL, mode); }));
-        if (file.get() >= 0) {
-            const int locked = retry([&] { return ::flock(file.get(), LOCK_EX); });
-            if (locked == -1) {
-                const int error = errno;
-                ::unlinkat(folder, name.c_str(), 0);
-                errno = error;
-            }
-            check(path, locked, failure);
-            if (leads_to(folder, name, file.get())) {
-                return file;
-            }
-            continue; // another save took it for a leftover before it was locked
-        }
-        check(path, errno == EEXIST ? 0 : -1, failure);
+    char real[PATH_MAX] = {};
+    const bool found = ::realpath(path, real) != nullptr;
+    check(path, found || errno == ENOENT ? 0 : -1, "cannot find the file");
+    return found ? real : path;
+}
 
-        const Descriptor other(retry([&] { return ::openat(folder, name.c_str(), flags); }));
-        if (other.get() == -1 && errno == ENOENT) {
-            continue;
-        }
-        check(path, other.get(), failure);
-        struct stat status = {};
-        check(path, ::fstat(other.get(), &status), failure);
-        require_regular(path, status, "the temporary file's name is taken");
-        check(path, retry([&] { return ::flock(other.get(), LOCK_EX); }), failure);
-        // With the lock in hand and the name in place, no save is using it. It is not written to:
-        // its owner and mode may be wrong, and it may be linked elsewhere.
-        if (leads_to(folder, name, other.get())) {
-            check(path, ::unlinkat(folder, name.c_str(), 0), failure);
-        }
+/// Opens the file to be replaced; returns none if there is no such file. It is not opened for
+/// writing: an overlay file system would copy it, which looks like a change.
+Descriptor open_old(const char* path, int folder, const char* name)
+{
+    Descriptor old(open_at(folder, name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY));
+    if (old.is_open() || errno != ENOENT) {
+        check(path, old.get(), "cannot open the old file");
+        regular_status(path, old.get());
+        check(path, ::faccessat(folder, name, W_OK, AT_EACCESS), "the file is not writable");
     }
+    return old;
 }
 
-/// The temporary file of a save, beside the file that it is to replace. Removed by the destructor
-/// while it is still locked, unless it has replaced that file.
-class Temporary
+/// The new file of a save. It has no name until it is complete. Then it is linked to a temporary
+/// name, which is the same for all saves so that at most one such file is ever left over, and
+/// renamed. Where the file system has no unnamed files, the incomplete file has a name of its own,
+/// so that no save takes another's incomplete file for a complete one.
+class NewFile
 {
 public:
-    /// Borrows the path and the folder's descriptor.
-    Temporary(const char* path, int folder, const std::string& name, mode_t mode)
-        : m_path(path), m_folder(folder), m_name(name), m_temporary_name("." + name + ".tmp"),
-          m_file(make_temporary(path, folder, m_temporary_name, mode))
+    /// Borrows the path and the folder.
+    NewFile(const char* path, int folder, const std::string& name, mode_t mode)
+        : m_path(path), m_folder(folder), m_name(name), m_temporary("." + name + ".tmp"),
+          m_file(open_at(folder, ".", O_WRONLY | O_TMPFILE, mode)),
+          m_link("/proc/self/fd/" + std::to_string(m_file.get()))
     {
+        if (m_file.is_open() && ::access(m_link.c_str(), F_OK) == 0) { // without /proc: no link
+            return;
+        }
+        const std::string part = "." + name + ".part";
+        m_file = Descriptor(take_name(part, [&] {
+            return open_at(folder, part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+        }));
+        const bool denied = errno == EACCES || errno == EPERM || errno == EROFS;
+        check(path, m_file.get(), denied ? "the folder is not writable" : "cannot create a file");
+        m_present = part;
     }
-    Temporary(const Temporary&) = delete;
-    Temporary& operator=(const Temporary&) = delete;
-    ~Temporary()
+    ~NewFile()
     {
-        if (!m_done) {
-            ::unlinkat(m_folder, m_temporary_name.c_str(), 0);
+        if (is_at(m_present)) {
+            ::unlinkat(m_folder, m_present.c_str(), 0);
         }
     }
 
-    void write(std::string_view bytes)
+    /// Writes the bytes and takes over everything else from the old file, if there is one. The mode
+    /// comes last: it would open the file to those whom the access list excludes, and the other
+    /// changes may alter it.
+    void complete(std::string_view bytes, const Descriptor& old)
     {
+        const int file = m_file.get();
         while (!bytes.empty()) {
-            const ssize_t written =
-                retry([&] { return ::write(m_file.get(), bytes.data(), bytes.size()); });
-            check(m_path, written, "cannot write");
-            bytes.remove_prefix(static_cast<std::size_t>(written));
+            const ssize_t count = retry([&] { return ::write(file, bytes.data(), bytes.size()); });
+            check(m_path, count, "cannot write");
+            bytes.remove_prefix(static_cast<std::size_t>(count));
         }
+        if (old.is_open()) {
+            const struct stat status = regular_status(m_path, old.get());
+            check(m_path, ::fchown(file, status.st_uid, status.st_gid), "cannot keep the owner");
+            take_attributes(old.get());
+            check(m_path, ::fchmod(file, status.st_mode & ALLPERMS), "cannot keep the mode");
+        }
+        check(m_path, retry([&] { return ::fsync(file); }), "cannot write");
     }
 
-    void take_owner_and_mode(const struct stat& old)
+    /// Puts the complete file in the place of the old one, and returns it. At any moment another
+    /// save may give the temporary name to its own file, even to one that is incomplete, or rename
+    /// this one. What counts is which file is at the path in the end.
+    Descriptor replace()
     {
-        struct stat status = {};
-        check(m_path, ::fstat(m_file.get(), &status), "cannot read the owner");
-        if (status.st_uid != old.st_uid || status.st_gid != old.st_gid) {
-            check(m_path, ::fchown(m_file.get(), old.st_uid, old.st_gid), "cannot keep the owner");
+        const char* const temporary = m_temporary.c_str();
+        int result = 0;
+        if (m_present.empty()) {
+            result = take_name(m_temporary, [&] {
+                return ::linkat(AT_FDCWD, m_link.c_str(), m_folder, temporary, AT_SYMLINK_FOLLOW);
+            });
+        } else if (is_at(m_present)) {
+            result = ::renameat(m_folder, m_present.c_str(), m_folder, temporary);
         }
-        check(m_path, ::fchmod(m_file.get(), old.st_mode & ALLPERMS), "cannot keep the mode");
-    }
-
-    void replace()
-    {
-        check(m_path, retry([&] { return ::fsync(m_file.get()); }), "cannot write");
-        check(m_path, ::renameat(m_folder, m_temporary_name.c_str(), m_folder, m_name.c_str()),
-              "cannot replace the file");
-        m_done = true;
+        if (result != -1) {
+            m_present = m_temporary;
+            const bool ready = is_at(m_temporary);
+            result = ready ? ::renameat(m_folder, temporary, m_folder, m_name.c_str()) : 0;
+        }
+        const int error = result == -1 ? errno : ENOENT;
+        if (!is_at(m_name)) {
+            errno = error;
+            const bool mount = error == EBUSY || error == EXDEV;
+            check(m_path, error == ENOENT ? 0 : -1,
+                  mount ? "a mount is in the way" : "cannot replace the file");
+            fail_changed(m_path);
+        }
+        m_present.clear();
+        return std::move(m_file);
     }
 
 private:
-    const char* const m_path;
-    const int m_folder;
-    const std::string m_name;
-    const std::string m_temporary_name;
-    const Descriptor m_file;
-    bool m_done = false;
+    /// Makes a call that creates a file of that name. What has the name already was left over by a
+    /// save that was killed, or belongs to one that is running, which fails then.
+    template <class Call>
+    int take_name(const std::string& name, Call call)
+    {
+        int result = call();
+        for (int attempts = 10; result == -1 && errno == EEXIST && attempts > 0; --attempts) {
+            const int removed = ::unlinkat(m_folder, name.c_str(), 0);
+            check(m_path, removed == -1 && errno == ENOENT ? 0 : removed, "cannot remove ", name);
+            result = call();
+        }
+        return result;
+    }
+
+    bool is_at(const std::string& name) const
+    {
+        struct stat named = {};
+        struct stat opened = {};
+        return ::fstatat(m_folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+               ::fstat(m_file.get(), &opened) == 0 && named.st_dev == opened.st_dev &&
+               named.st_ino == opened.st_ino;
+    }
+
+    void take_attributes(int old)
+    {
+        const auto absent = [] { return errno == EOPNOTSUPP || errno == ENODATA; };
+        // A default list of the folder has given the file one, which the mode would put in force.
+        ssize_t result = ::fremovexattr(m_file.get(), "system.posix_acl_access");
+        check(m_path, result == -1 && absent() ? 0 : result, "cannot keep the access list");
+
+        std::vector<char> names(XATTR_LIST_MAX);
+        std::vector<char> value(XATTR_SIZE_MAX);
+        result = ::flistxattr(old, names.data(), names.size());
+        check(m_path, result == -1 && absent() ? 0 : result, "cannot read the attributes");
+        for (const char *at = names.data(), *end = at + result; at < end;
+             at += std::strlen(at) + 1) {
+            const std::string name = at;
+            if (name == "security.ima" || name == "security.evm") {
+                continue;
+            }
+            const ssize_t size = ::fgetxattr(old, at, value.data(), value.size());
+            const auto length = static_cast<std::size_t>(size);
+            result = size == -1 ? -1 : ::fsetxattr(m_file.get(), at, value.data(), length, 0);
+            if (name.rfind("system.", 0) == 0) { // access lists, of whatever kind
+                check(m_path, result, "cannot keep the access list");
+            } else if (errno != EPERM && errno != EACCES && !absent()) {
+                check(m_path, result, "cannot keep the attribute ", name);
+            }
+        }
+    }
+
+    const char* m_path;
+    int m_folder;
+    std::string m_name;
+    std::string m_temporary;
+    Descriptor m_file;
+    std::string m_link;    // a path to the open file
+    std::string m_present; // the name that the file has at present, if any
 };
 
 } // namespace
 
-std::string read_file(const char* path)
+std::string AtomicFile::load(const char* path)
 {
-    require_path(path);
-    const Descriptor file(
-        retry([&] { return ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY); }));
+    m_file = Descriptor();
+    Descriptor file(open_at(AT_FDCWD, path, O_RDONLY | O_NONBLOCK | O_NOCTTY));
     check(path, file.get(), "cannot open");
-    struct stat status = {};
-    check(path, ::fstat(file.get(), &status), "cannot read");
-    require_regular(path, status, "not a regular file");
-    require_size(path, static_cast<std::size_t>(status.st_size));
-
-    std::string bytes;
+    m_status = regular_status(path, file.get());
+    const auto expected = static_cast<std::size_t>(m_status.st_size);
+    require_size(path, expected);
+    std::string bytes(expected + 1, '\0'); // one more than expected shows whether the file grows
     std::size_t size = 0;
-    ssize_t count = 0;
-    do {
-        // One byte more than the file has shows its end; a file that grows meanwhile gets more
-        // room.
-        bytes.resize(std::max(static_cast<std::size_t>(status.st_size), 2 * size) + 1);
-        count = retry([&] { return ::read(file.get(), bytes.data() + size, bytes.size() - size); });
+    for (ssize_t count = 1; count > 0; size += static_cast<std::size_t>(count)) {
+        count = retry([&] { return ::read(file.get(), &bytes[size], bytes.size() - size); });
         check(path, count, "cannot read");
-        size += static_cast<std::size_t>(count);
-        require_size(path, size);
-    } while (count > 0);
-    bytes.resize(size);
+    }
+    if (size != expected) {
+        fail_changed(path);
+    }
+    bytes.pop_back();
+    m_path = path;
+    m_file = std::move(file);
     return bytes;
 }
 
-void replace_file(const char* path, std::string_view bytes)
+void AtomicFile::save(const char* path, std::string_view bytes)
 {
-    require_path(path);
     require_size(path, bytes.size());
-    const Place place = find_place(path);
-    const Descriptor folder(::open(place.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    check(path, folder.get(), "cannot open the folder");
-    const std::optional<struct stat> old = find_old(path, folder.get(), place.name);
-
-    Temporary temporary(path, folder.get(), place.name, old ? 0600 : 0666);
-    temporary.write(bytes);
-    if (old) {
-        temporary.take_owner_and_mode(*old);
+    const std::string real = real_path(path);
+    const std::size_t slash = real.rfind('/') + 1; // 0 without a slash
+    const std::string name = real.substr(slash);
+    if (name.empty()) {
+        throw CLiteXmlException(path, 0, "no file name");
     }
-    temporary.replace();
+    const std::string parent = slash == 0 ? "." : real.substr(0, slash);
+    const Descriptor folder(open_at(AT_FDCWD, parent.c_str(), O_RDONLY | O_DIRECTORY));
+    check(path, folder.get(), "cannot open the folder");
+    const bool is_loaded = m_file.is_open() && m_path == path;
+    const auto require_unchanged = [&] {
+        struct stat now = {};
+        const int found = ::fstatat(folder.get(), name.c_str(), &now, AT_SYMLINK_NOFOLLOW);
+        if (is_loaded && (found == -1 || !same_state(now, m_status))) {
+            fail_changed(path);
+        }
+    };
+    require_unchanged();
+    const Descriptor old = open_old(path, folder.get(), name.c_str());
+    NewFile file(path, folder.get(), name, old.is_open() ? 0600 : 0666);
+    file.complete(bytes, old);
+    require_unchanged(); // again, as late as possible
+    Descriptor replaced = file.replace();
+    if (is_loaded) {
+        m_file = std::move(replaced);
+        m_status = regular_status(path, m_file.get());
+    }
     const int flushed = retry([&] { return ::fsync(folder.get()); });
     check(path, flushed == -1 && errno == EINVAL ? 0 : flushed, "cannot flush the folder");
 }

@@ -1,26 +1,83 @@
-// Whole files: reading one, and replacing one so that a crash at any moment leaves the old bytes or
-// the new ones.
-//
-// Every failure is a CLiteXmlException that names the path as it was given. Safe to use from
-// several threads and processes at once, also on one file.
+// Reading a whole file, and replacing it so that a crash at any moment leaves the old bytes or the
+// new ones.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
 
 namespace fwbase
 {
 
-/// The most bytes that a file may have, to be read and to be written.
+/// The largest file that is read or written, in bytes.
 constexpr std::size_t max_file_size = std::size_t{16} << 20U;
 
-/// The bytes of a regular file. Anything else is refused without waiting for it, a pipe too.
-std::string read_file(const char* path);
+/// Owns a file descriptor; -1 is none.
+class Descriptor
+{
+public:
+    explicit Descriptor(int fd = -1) noexcept : m_fd(fd) {}
+    Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept
+    {
+        std::swap(m_fd, other.m_fd);
+        return *this;
+    }
+    ~Descriptor()
+    {
+        if (is_open()) {
+            ::close(m_fd);
+        }
+    }
 
-/// Replaces a regular file, which keeps its mode and owner and must be writable, or makes a new
-/// one. A link is followed. On failure the old file is whole and no temporary file is left; the one
-/// exception is a folder that cannot be flushed after the exchange, where the new file stands.
-void replace_file(const char* path, std::string_view bytes);
+    int get() const noexcept { return m_fd; }
+    bool is_open() const noexcept { return m_fd != -1; }
+
+private:
+    int m_fd;
+};
+
+/// A file that is loaded, changed in memory and saved.
+///
+/// Paths are NUL-terminated, never null; symbolic links are followed. Every failure is a
+/// CLiteXmlException that names the path as it was given, or std::bad_alloc. An object belongs to
+/// one thread at a time. Several objects, also of other processes, may use one file at once.
+class AtomicFile
+{
+public:
+    /// Returns the bytes of a regular file. Anything else is refused at once, a pipe too. The file
+    /// stays open, so that save can tell whether it is still the same one. After a failure no file
+    /// is loaded.
+    std::string load(const char* path);
+
+    /// Replaces a regular file, or creates it.
+    ///
+    /// At the path that was given to load, the file must still be the loaded one, unchanged; else
+    /// the save fails with "changed meanwhile". After a save to that path, the new file is the
+    /// loaded one. A file at another path, or at the same one spelled differently, is not checked.
+    ///
+    /// A program that writes to the file, or replaces it, between this check and the rename that
+    /// follows is not noticed, and its change is lost. Programs that must not lose changes have to
+    /// agree on a lock and hold it from load to save.
+    ///
+    /// The new file keeps the owner, the group, the mode and the access list of the old one; if it
+    /// cannot, the save fails. Other extended attributes are kept where the user may set them,
+    /// except those that sign the old content (security.ima, security.evm). Until the new file has
+    /// all of this, nobody but its owner can open it.
+    ///
+    /// On failure the old file is untouched and no temporary file is left. There is one exception:
+    /// if the folder cannot be flushed at the end, the new file is already in place. A process that
+    /// is killed leaves at most one temporary file, ".NAME.tmp" or ".NAME.part", which the next
+    /// save removes.
+    void save(const char* path, std::string_view bytes);
+
+private:
+    std::string m_path;
+    Descriptor m_file;
+    struct stat m_status = {};
+};
 
 } // namespace fwbase

@@ -281,9 +281,8 @@ private:
     std::string m_reason;
 };
 
-TreePtr load_tree(const char* path)
+TreePtr load_tree(const char* path, const std::string& text)
 {
-    const std::string text = read_file(path);
     if (text.empty()) {
         throw CLiteXmlException(path, 0, "the file is empty");
     }
@@ -572,7 +571,7 @@ public:
     void load(const char* path) override
     {
         m_tree = nullptr;
-        m_tree = load_tree(path);
+        m_tree = load_tree(path, m_file.load(path == nullptr ? "" : path));
     }
     IXmlNode* root() override
     {
@@ -581,7 +580,7 @@ public:
     void save(const char* path) override
     {
         const char* const name = path == nullptr ? "" : path;
-        replace_file(name, serialise(name, *loaded(name)));
+        m_file.save(name, serialise(name, *loaded(name)));
     }
     void release() override { delete this; }
 
@@ -594,6 +593,7 @@ private:
         return m_tree;
     }
 
+    AtomicFile m_file;
     TreePtr m_tree;
 };
 

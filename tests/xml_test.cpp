@@ -129,40 +129,4 @@ TEST_F(XmlTest, AttributesAndSelections)
     EXPECT_EQ(saved(), "<r xmlns:p=\"u\" p:id=\"p\" id=\"1\">y</r>\n");
 }
 
-TEST_F(XmlTest, FailedSaveLeavesTheOldFile)
-{
-    load("<r/>");
-    write("conf.xml", "old");
-    ASSERT_EQ(symlink("nowhere", "dangling") + mkfifo("pipe", 0600), 0);
-    for (const char* path : {"dangling", "pipe", ".", "none/conf.xml", "conf.xml/", "", "new/"}) {
-        EXPECT_THROW(m_document->save(path), CLiteXmlException) << path;
-    }
-    EXPECT_EQ(access("nowhere", F_OK), -1);
-
-    ASSERT_EQ(mkfifo(".conf.xml.tmp", 0600), 0); // the temporary file's name is taken
-    EXPECT_THROW(m_document->save("conf.xml"), CLiteXmlException);
-    EXPECT_EQ(read("conf.xml"), "old");
-}
-
-TEST_F(XmlTest, SaveKeepsModeAndOwnerAndFollowsLinks)
-{
-    load("<r/>");
-    const bool root = geteuid() == 0;
-    ASSERT_EQ(rename("conf.xml", "bin/file") + symlink("bin/file", "conf.xml"), 0);
-    ASSERT_EQ(chmod("bin/file", 0664) + (root ? chown("bin/file", 1, 2) : 0), 0);
-    // Left by a save that was killed. Its other name must not be written through.
-    write("victim", "keep");
-    ASSERT_EQ(link("victim", "bin/.file.tmp"), 0);
-
-    m_root->setValue("new");
-    EXPECT_EQ(saved(), "<r>new</r>\n");
-    struct stat status = {};
-    ASSERT_EQ(lstat("bin/file", &status), 0); // still what the link leads to
-    EXPECT_EQ(read("bin/file"), "<r>new</r>\n");
-    EXPECT_EQ(status.st_mode, S_IFREG | 0664U);
-    EXPECT_TRUE(!root || (status.st_uid == 1 && status.st_gid == 2));
-    EXPECT_EQ(access("bin/.file.tmp", F_OK), -1);
-    EXPECT_EQ(read("victim"), "keep");
-}
-
 } // namespace
