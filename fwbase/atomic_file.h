@@ -2,43 +2,18 @@
 // new ones.
 #pragma once
 
+#include "fwbase/descriptor.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
-#include <unistd.h>
-#include <utility>
 
 namespace fwbase
 {
 
 /// The largest file that is read or written, in bytes.
 constexpr std::size_t max_file_size = std::size_t{16} << 20U;
-
-/// Owns a file descriptor; -1 is none.
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd = -1) noexcept : m_fd(fd) {}
-    Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept
-    {
-        std::swap(m_fd, other.m_fd);
-        return *this;
-    }
-    ~Descriptor()
-    {
-        if (is_open()) {
-            ::close(m_fd);
-        }
-    }
-
-    int get() const noexcept { return m_fd; }
-    bool is_open() const noexcept { return m_fd != -1; }
-
-private:
-    int m_fd;
-};
 
 /// A file that is loaded, changed in memory and saved.
 ///

@@ -45,20 +45,20 @@ std::string find_lock_path()
 void flush_folder_of(const std::string& path)
 {
     const std::string folder = path.substr(0, path.rfind('/') + 1);
-    fsync(Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)).get());
+    fsync(fwbase::Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)).get());
 }
 
 /// Opens the file, or creates it.
-Descriptor open_file(const std::string& path)
+fwbase::Descriptor open_file(const std::string& path)
 {
     constexpr int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     for (;;) {
-        Descriptor file(open(path.c_str(), flags));
+        fwbase::Descriptor file(open(path.c_str(), flags));
         if (file.is_open()) {
             return file;
         }
         if (errno == ENOENT) {
-            file = Descriptor(open(path.c_str(), flags | O_CREAT | O_EXCL, private_mode));
+            file = fwbase::Descriptor(open(path.c_str(), flags | O_CREAT | O_EXCL, private_mode));
             if (file.is_open()) {
                 flush_folder_of(path);
                 return file;
@@ -153,12 +153,12 @@ ConfigurationLock::ConfigurationLock()
         if (m_path.empty()) {
             return;
         }
-        const Descriptor file = open_file(m_path);
+        const fwbase::Descriptor file = open_file(m_path);
         require_private(m_path, file.get());
         lock(m_path, file.get());
         // The file or the configuration may have been replaced in the meantime.
         if (leads_to(m_path, file.get()) && find_lock_path() == m_path) {
-            m_file = Descriptor(fcntl(file.get(), F_DUPFD, lowest_number)); // is inherited
+            m_file = fwbase::Descriptor(fcntl(file.get(), F_DUPFD, lowest_number)); // is inherited
             if (!m_file.is_open()) {
                 fail(m_path + ": cannot keep the lock");
             }

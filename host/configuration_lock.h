@@ -1,7 +1,7 @@
 // The lock that lets one call at a time change a configuration, across processes.
 #pragma once
 
-#include "host/descriptor.h"
+#include "fwbase/descriptor.h"
 
 #include <string>
 
@@ -32,7 +32,7 @@ public:
 
 private:
     std::string m_path;
-    Descriptor m_file;
+    fwbase::Descriptor m_file;
 };
 
 } // namespace host

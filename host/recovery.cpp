@@ -91,7 +91,8 @@ std::vector<Entry> list_on_copy(IXmlDocument& configuration, rpc::IIfaceRealize&
                      [](IXmlNode& info) { info.attribute("level")->setValue(unread); });
     const ScratchFolder folder;
     std::filesystem::create_directories(std::filesystem::path(configuration_path).parent_path());
-    configuration.save(configuration_path);
+    // Spelled differently, the path is not taken for the one that the document was loaded from.
+    configuration.save(std::filesystem::absolute(configuration_path).c_str());
     run({"ls_service", {}}, interface);
     const owned<IXmlDocument> listed(newXmlDocument());
     listed->load(configuration_path);

@@ -1,7 +1,7 @@
 // A scratch folder to work in.
 #pragma once
 
-#include "host/descriptor.h"
+#include "fwbase/descriptor.h"
 #include "host/search_path.h"
 
 #include <string>
@@ -23,7 +23,7 @@ public:
 
 private:
     AbsoluteSearchPath m_search_path;
-    Descriptor m_earlier;
+    fwbase::Descriptor m_earlier;
     std::string m_path;
 };
 

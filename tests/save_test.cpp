@@ -46,7 +46,11 @@ static bool set(Text path, Text name)
 
 /// Runs with and without unnamed files.
 struct SaveTest : Workspace, testing::WithParamInterface<bool> {
-    SaveTest() { no_unnamed_files = GetParam(); }
+    SaveTest()
+    {
+        no_unnamed_files = GetParam();
+        fs::create_directory("dir");
+    }
     ~SaveTest() override { no_unnamed_files = false; }
     fwbase::AtomicFile file;
 };
@@ -55,21 +59,21 @@ INSTANTIATE_TEST_SUITE_P(NoUnnamedFiles, SaveTest, testing::Bool());
 TEST_P(SaveTest, FailsWithTheReasonAndLeavesNothing)
 {
     const auto error = [](int code) { return [code] { return code; }; };
-    const auto swap = [](Text path) { return [path] { return rename("bin/link", path); }; };
+    const auto swap = [](Text path) { return [path] { return rename("dir/link", path); }; };
     const auto save_other = [] {
         fwbase::AtomicFile other;
-        other.load("bin/conf");
-        return other.save("bin/conf", "other"), 0;
+        other.load("dir/conf");
+        return other.save("dir/conf", "other"), 0;
     };
     constexpr Text changed = "changed meanwhile";
     const std::tuple<Text, decltype(action), Text> table[] = {
-        {"", [] { return fs::last_write_time("bin/conf", {}), 0; }, changed},
-        {"", [] { return unlink("bin/conf") + mkdir("bin/conf", 0700); }, changed},
-        {"", swap("bin/conf"), changed},
-        {"fsync", swap("bin/conf"), changed},
-        {"renameat", swap(GetParam() ? "bin/.conf.part" : "bin/.conf.tmp"), changed},
+        {"", [] { return fs::last_write_time("dir/conf", {}), 0; }, changed},
+        {"", [] { return unlink("dir/conf") + mkdir("dir/conf", 0700); }, changed},
+        {"", swap("dir/conf"), changed},
+        {"fsync", swap("dir/conf"), changed},
+        {"renameat", swap(GetParam() ? "dir/.conf.part" : "dir/.conf.tmp"), changed},
         {"renameat", save_other, changed},
-        {"", [] { return mkdir("bin/.conf.tmp", 0700); }, "cannot "},
+        {"", [] { return mkdir("dir/.conf.tmp", 0700); }, "cannot "},
         {"faccessat", error(EROFS), "the file is not writable"},
         {"fchown", error(EPERM), "cannot keep the owner"},
         {"fsetxattr", error(EPERM), "cannot keep the access list"},
@@ -77,23 +81,23 @@ TEST_P(SaveTest, FailsWithTheReasonAndLeavesNothing)
         {"renameat", error(EBUSY), "a mount is in the way"}};
     write("victim", "keep");
     for (const auto& [call, before, reason] : table) {
-        fs::remove_all("bin");
-        fs::create_directory("bin");
-        fs::create_symlink("../victim", "bin/link");
-        write("bin/conf", "old");
-        if (!set("bin/conf", "system.posix_acl_access") && call == string("fsetxattr")) {
+        fs::remove_all("dir");
+        fs::create_directory("dir");
+        fs::create_symlink("../victim", "dir/link");
+        write("dir/conf", "old");
+        if (!set("dir/conf", "system.posix_acl_access") && call == string("fsetxattr")) {
             continue;
         }
-        file.load("bin/conf");
+        file.load("dir/conf");
         watched = call;
         action = before;
         fails(""); // runs what is to happen before the save
-        const auto message = testing::StartsWith(string("bin/conf: ") + reason);
-        EXPECT_THAT([&] { file.save("bin/conf", "new"); },
+        const auto message = testing::StartsWith(string("dir/conf: ") + reason);
+        EXPECT_THAT([&] { file.save("dir/conf", "new"); },
                     testing::ThrowsMessage<CLiteXmlException>(message))
             << call;
         EXPECT_EQ(read("victim"), "keep") << call << ": " << reason;
-        for (const auto& left : fs::directory_iterator("bin")) {
+        for (const auto& left : fs::directory_iterator("dir")) {
             EXPECT_NE(read(left.path()), "new") << left << " after " << call << ": " << reason;
         }
     }
@@ -102,10 +106,10 @@ TEST_P(SaveTest, FailsWithTheReasonAndLeavesNothing)
 TEST_P(SaveTest, KeepsAllButTheContent)
 {
     write("victim", "keep");
-    write("bin/conf", "old");
-    fs::create_symlink("bin/conf", "link");
-    ASSERT_EQ(chmod("bin/conf", 0640) + (geteuid() == 0 ? chown("bin/conf", 1, 2) : 0), 0);
-    set("bin", "system.posix_acl_default"); // must not reach the file
+    write("dir/conf", "old");
+    fs::create_symlink("dir/conf", "link");
+    ASSERT_EQ(chmod("dir/conf", 0640) + (geteuid() == 0 ? chown("dir/conf", 1, 2) : 0), 0);
+    set("dir", "system.posix_acl_default"); // must not reach the file
     const auto state = [](Text path) {
         struct stat status = {};
         EXPECT_EQ(stat(path, &status), 0) << path;
@@ -114,20 +118,20 @@ TEST_P(SaveTest, KeepsAllButTheContent)
                                     size("system.posix_acl_access"), size("user.note")};
     };
     for (const Text attribute : {"no", "user.note", "system.posix_acl_access"}) {
-        set("bin/conf", attribute);
-        const auto old = state("bin/conf");
+        set("dir/conf", attribute);
+        const auto old = state("dir/conf");
         file.load("link");
         for (const Text bytes : {"once", "twice"}) {
             // Left by a save that was killed; the victim must not be written to.
-            fs::create_hard_link("victim", "bin/.conf.tmp");
-            ASSERT_EQ(GetParam() ? symlink("../victim", "bin/.conf.part") : 0, 0);
-            file.save("bin/other", bytes); // was not loaded
+            fs::create_hard_link("victim", "dir/.conf.tmp");
+            ASSERT_EQ(GetParam() ? symlink("../victim", "dir/.conf.part") : 0, 0);
+            file.save("dir/other", bytes); // was not loaded
             watched = attribute[0] == 's' ? "fsetxattr" : "fchown";
-            action = [&] { return GetParam() && state("bin/.conf.part")[0] != 0600 ? EPERM : 0; };
+            action = [&] { return GetParam() && state("dir/.conf.part")[0] != 0600 ? EPERM : 0; };
             file.save("link", bytes);
             EXPECT_EQ(read("link"), bytes) << attribute;
-            EXPECT_EQ(state("bin/conf"), old) << attribute;
-            EXPECT_EQ(std::distance(fs::directory_iterator("bin"), {}), 2) << attribute;
+            EXPECT_EQ(state("dir/conf"), old) << attribute;
+            EXPECT_EQ(std::distance(fs::directory_iterator("dir"), {}), 2) << attribute;
         }
     }
     EXPECT_EQ(read("victim"), "keep");

@@ -4,10 +4,10 @@
 #include <unistd.h>
 #include <utility>
 
-namespace host
+namespace fwbase
 {
 
-/// Owns a file descriptor; a negative one is none.
+/// Owns a file descriptor; -1 is none.
 class Descriptor
 {
 public:
@@ -21,15 +21,15 @@ public:
     ~Descriptor()
     {
         if (is_open()) {
-            close(m_number);
+            ::close(m_number);
         }
     }
 
-    bool is_open() const noexcept { return m_number >= 0; }
+    bool is_open() const noexcept { return m_number != -1; }
     int get() const noexcept { return m_number; }
 
 private:
     int m_number;
 };
 
-} // namespace host
+} // namespace fwbase
