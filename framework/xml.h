@@ -1,9 +1,27 @@
 // The host framework's XML library: a document, its nodes, and lists of nodes.
 //
-// Paths and texts are NUL-terminated; texts are UTF-8. Every failure is a CLiteXmlException, but
-// that memory which ends may also be std::bad_alloc. A document and what was obtained from it
-// belong to one thread at a time; documents are independent of one another. Nodes and lists are
-// given back before their document.
+// Paths and texts are NUL-terminated; texts are UTF-8. Every failure is a CLiteXmlException. Out of
+// memory may be reported as std::bad_alloc instead. A document and everything obtained from it
+// belong to one thread at a time; documents are independent of one another. Release nodes and lists
+// before their document, and before it loads another file.
+//
+// Saving keeps everything that was not changed: comments, CDATA sections, processing instructions,
+// unknown elements and attributes, the byte order mark, and whether there is an XML declaration.
+// Only the notation may change:
+// - inside tags: attribute values get double quotes and single blanks between them, name space
+//   declarations come first, and <a></a> becomes <a/>;
+// - characters: a character reference becomes the character, > becomes &gt;, and quotes are escaped
+//   only where they must be. References remain for line ends and tabs in attribute values, and for
+//   CR in texts;
+// - line ends: CR LF becomes LF. A line end or a tab that stands in an attribute value as it is,
+//   without a reference, becomes a blank;
+// - outside the root element: each comment and processing instruction gets a line of its own;
+// - the declaration: double quotes, and encoding="UTF-8" unless it declares UTF-8 already.
+//
+// A file has at most 16 MiB. libxml2 also refuses names of more than 50,000 bytes, elements nested
+// deeper than 256 levels (2.9: 257), and attribute values, comments, CDATA sections and processing
+// instructions of more than about 10,000,000 bytes; 2.16 refuses texts of that size, 2.9 only those
+// with characters outside ASCII.
 #pragma once
 
 #include <exception>
@@ -11,14 +29,14 @@
 
 #pragma GCC visibility push(default)
 
-/// Every failure of the library: which file, which line (0: the failure has none), and why.
+/// Every failure of the library: the file, the line (0 if unknown) and the reason.
 class CLiteXmlException : public std::exception
 {
 public:
     CLiteXmlException(std::string file, int line, const std::string& reason);
     ~CLiteXmlException() override;
 
-    /// "FILE:LINE: REASON", without the parts that the failure does not have.
+    /// "FILE:LINE: REASON" on one line, without the parts that are unknown.
     const char* what() const noexcept override;
 
 private:
@@ -31,17 +49,21 @@ class IXmlNodeList;
 class IXmlNode
 {
 public:
-    /// The element's attribute of that name. It stays the element's and is never released. An
-    /// attribute that the element lacks reads as empty and comes into being with setValue.
+    /// The element's attribute of that name, which has no name space. Belongs to this node and is
+    /// never released. If the element lacks the attribute, it reads as empty, and setValue creates
+    /// it.
     virtual IXmlNode* attribute(const char* name) = 0;
     /// An attribute's value, or the whole text of an element.
     virtual std::string value() = 0;
-    /// Replaces the value by a text, which is no markup.
+    /// Replaces the value by a text, never by markup. Refuses a text that is not UTF-8 or has a
+    /// character that XML does not allow. Nodes and lists that refer to an element's old content
+    /// are invalid afterwards and may only be released.
     virtual void setValue(const char* text) = 0;
-    /// All nodes that the XPath expression matches, in document order; the list may be empty. The
-    /// caller owns it.
+    /// All elements and attributes that the XPath expression selects from this element, in document
+    /// order; the list may be empty. The caller owns it. Refuses an expression that selects
+    /// anything else.
     virtual IXmlNodeList* selectNodes(const char* xpath) = 0;
-    /// The first node that the XPath expression matches, which the caller owns, or null.
+    /// The first of those nodes, which the caller owns, or null.
     virtual IXmlNode* selectSingleNode(const char* xpath) = 0;
     virtual void release() = 0;
 
@@ -66,7 +88,8 @@ protected:
 class IXmlDocument
 {
 public:
-    /// Replaces the document by the file's. A failure leaves it empty.
+    /// Loads a file in UTF-8 or ASCII without a document type declaration. After
+    /// a failure the document is empty.
     virtual void load(const char* path) = 0;
     /// The root element, which the caller owns.
     virtual IXmlNode* root() = 0;

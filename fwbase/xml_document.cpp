@@ -3,12 +3,11 @@
 #include "fwbase/atomic_file.h"
 
 #include <algorithm>
-#include <climits>
+#include <cstring>
 #include <forward_list>
 #include <libxml/SAX2.h>
+#include <libxml/chvalid.h>
 #include <libxml/parser.h>
-#include <libxml/tree.h>
-#include <libxml/xmlerror.h>
 #include <libxml/xmlsave.h>
 #include <libxml/xpath.h>
 #include <memory>
@@ -16,7 +15,6 @@
 #include <string>
 #include <string_view>
 #include <strings.h>
-#include <utility>
 #include <vector>
 
 namespace fwbase
@@ -25,393 +23,233 @@ namespace fwbase
 namespace
 {
 
-struct XmlDeleter {
-    void operator()(xmlDoc* document) const noexcept { xmlFreeDoc(document); }
-    void operator()(xmlNode* node) const noexcept { xmlFreeNode(node); }
-    void operator()(xmlParserCtxt* parser) const noexcept { xmlFreeParserCtxt(parser); }
-    void operator()(xmlXPathContext* context) const noexcept { xmlXPathFreeContext(context); }
-    void operator()(xmlXPathObject* object) const noexcept { xmlXPathFreeObject(object); }
-    void operator()(xmlBuffer* buffer) const noexcept { xmlBufferFree(buffer); }
-    void operator()(xmlChar* text) const noexcept { xmlFree(text); }
-};
-
 template <class T>
-using xml_ptr = std::unique_ptr<T, XmlDeleter>;
+using xml_ptr = std::unique_ptr<T, void (*)(T*)>;
 
-[[noreturn]] void out_of_memory()
+/// Owns an object of libxml2's.
+template <class T, class Free>
+std::unique_ptr<T, Free> own(T* object, Free free)
 {
-    throw CLiteXmlException({}, 0, "out of memory"); // short enough to need none
-}
-
-/// Passes on what libxml2 returned, unless that is null for want of memory.
-template <class T>
-T* allocated(T* object)
-{
-    if (object == nullptr) {
-        out_of_memory();
-    }
-    return object;
+    return {object, free};
 }
 
 const char* to_chars(const xmlChar* text)
 {
-    return reinterpret_cast<const char*>(text);
+    return text == nullptr ? "" : reinterpret_cast<const char*>(text);
 }
 
-const xmlChar* to_xml(const char* text)
-{
-    return reinterpret_cast<const xmlChar*>(text);
-}
-
-/// Takes the errors that libxml2 would print while the trap lives, and remembers whether memory
-/// ended: often libxml2 says so in no other way. Where errors go belongs to the thread and may be
-/// the host's choice, so it is put back.
-class ErrorTrap
+/// Collects the errors that libxml2 reports in this thread while it lives, instead of printing
+/// them. The thread's error handlers may be the host's, so they are restored.
+class Errors
 {
 public:
-    ErrorTrap()
+    /// What the exceptions name: the file and the operation. Both must outlive the object.
+    Errors(const char* file, const char* operation) : m_file(file), m_operation(operation)
     {
-        xmlSetStructuredErrorFunc(this, take);
-        xmlSetGenericErrorFunc(nullptr, print_nothing);
+        xmlSetStructuredErrorFunc(this, collect);
+        xmlSetGenericErrorFunc(nullptr, discard); // 2.9 prints internal errors of XPath this way
     }
-    ErrorTrap(const ErrorTrap&) = delete;
-    ErrorTrap& operator=(const ErrorTrap&) = delete;
-    ~ErrorTrap()
+    Errors(const Errors&) = delete;
+    ~Errors()
     {
-        xmlSetStructuredErrorFunc(m_structured_context, m_structured);
-        xmlSetGenericErrorFunc(m_generic_context, m_generic);
+        xmlSetStructuredErrorFunc(m_old_context, m_old_handler);
+        xmlSetGenericErrorFunc(m_old_generic_context, m_old_generic_handler);
     }
 
-    void require_memory() const
+    /// Throws unless a step succeeded without a fatal error. Out of memory, libxml2 may report one
+    /// and return an incomplete result, or fail without a report.
+    void require(bool succeeded) const
     {
-        if (m_no_memory) {
-            out_of_memory();
+        if (!succeeded || m_level == XML_ERR_FATAL) {
+            const std::string reason = m_reason.empty() ? "out of memory" : m_reason;
+            throw CLiteXmlException(m_file, m_line,
+                                    std::string("cannot ") + m_operation + ": " + reason);
         }
     }
 
 private:
-    // The type of an error's pointer depends on the version of libxml2.
+    /// Keeps the first of the most severe errors. Their type depends on the version of libxml2.
     template <class Error>
-    static void take(void* trap, Error* error)
+    static void collect(void* errors, Error* error) noexcept
     {
-        if (error->code == XML_ERR_NO_MEMORY) {
-            static_cast<ErrorTrap*>(trap)->m_no_memory = true;
-        }
-    }
-    static void print_nothing(void*, const char*, ...) {}
-
-    const xmlStructuredErrorFunc m_structured = xmlStructuredError;
-    void* const m_structured_context = xmlStructuredErrorContext;
-    const xmlGenericErrorFunc m_generic = xmlGenericError;
-    void* const m_generic_context = xmlGenericErrorContext;
-    bool m_no_memory = false;
-};
-
-// ---- Text -------------------------------------------------------------------------------------
-
-constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
-
-/// The first place where bytes cannot be the text of a document.
-struct Flaw {
-    const char* reason; // null when there is none
-    std::size_t offset;
-};
-
-/// The character that a text begins with, and its length in bytes; 0 when it is not UTF-8.
-struct Character {
-    unsigned int code;
-    std::size_t length;
-};
-
-Character first_character(std::string_view text)
-{
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned int lead = byte(0);
-    if (lead < 0x80) {
-        return {lead, 1};
-    }
-    const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    if (lead < 0xC2 || lead > 0xF4 || text.size() < length) {
-        return {0, 0};
-    }
-    unsigned int code = lead & (0x7FU >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80) {
-            return {0, 0};
-        }
-        code = code << 6U | (byte(i) & 0x3FU);
-    }
-    const bool overlong = code < (length == 4 ? 0x10000U : length == 3 ? 0x800U : 0x80U);
-    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-    if (overlong || surrogate || code > 0x10FFFF) {
-        return {0, 0};
-    }
-    return {code, length};
-}
-
-Flaw find_flaw(std::string_view text)
-{
-    for (std::size_t at = 0; at < text.size();) {
-        const auto [code, length] = first_character(text.substr(at));
-        if (length == 0) {
-            return {"not UTF-8", at};
-        }
-        if (code == 0) {
-            return {"a NUL byte", at};
-        }
-        const bool blank = code == '\t' || code == '\n' || code == '\r';
-        if ((code < ' ' && !blank) || code == 0xFFFE || code == 0xFFFF) {
-            return {"a character that XML forbids", at};
-        }
-        at += length;
-    }
-    return {nullptr, text.size()};
-}
-
-int line_of(std::string_view text, std::size_t offset)
-{
-    return 1 + static_cast<int>(std::count(text.begin(), text.begin() + offset, '\n'));
-}
-
-/// The XML declaration, as far as it goes before its "?>"; empty without one.
-std::string_view find_declaration(std::string_view text)
-{
-    constexpr std::string_view open = "<?xml";
-    if (text.substr(0, byte_order_mark.size()) == byte_order_mark) {
-        text.remove_prefix(byte_order_mark.size());
-    }
-    const bool present = text.substr(0, open.size()) == open &&
-                         text.find_first_of(" \t\r\n", open.size()) == open.size();
-    return present ? text.substr(0, text.find("?>")) : std::string_view();
-}
-
-/// The encoding that an XML declaration names; empty when it names none. May be anything when the
-/// declaration is malformed, which is the parser's to refuse.
-std::string_view find_encoding(std::string_view declaration)
-{
-    const std::size_t open = declaration.find_first_of("\"'", declaration.find("encoding"));
-    if (open == std::string_view::npos) {
-        return {};
-    }
-    const std::string_view rest = declaration.substr(open + 1);
-    return rest.substr(0, rest.find(declaration[open]));
-}
-
-// ---- Document ---------------------------------------------------------------------------------
-
-/// A parsed file. Nodes and lists share it with their document, so they stay usable when the
-/// document loads another one.
-struct Tree {
-    std::string file;
-    xml_ptr<xmlDoc> document;
-    bool has_byte_order_mark = false;
-    bool has_declaration = false;
-    std::string encoding; // to declare when saving
-    /// Content that setValue replaced. Kept, because nodes and lists may still refer to it.
-    std::vector<xml_ptr<xmlNode>> removed;
-
-    [[noreturn]] void fail(const char* reason) const { throw CLiteXmlException(file, 0, reason); }
-
-    /// A caller's text, once it is known to fit into a document.
-    const xmlChar* checked(const char* text) const
-    {
-        if (text == nullptr) {
-            fail("no text");
-        }
-        if (const char* reason = find_flaw(text).reason) {
-            fail(reason);
-        }
-        return to_xml(text);
-    }
-};
-
-using TreePtr = std::shared_ptr<Tree>;
-
-/// One run of the parser. It keeps the first reason why the text is no document.
-class Parser
-{
-public:
-    Parser() : m_parser(allocated(xmlNewParserCtxt()))
-    {
-        m_parser->_private = this;
-        m_parser->sax->internalSubset = [](void* context, auto...) {
-            auto* const parser = static_cast<xmlParserCtxt*>(context);
-            refuse(parser, xmlSAX2GetLineNumber(parser), "a document type declaration");
-            xmlStopParser(parser);
-        };
-        m_parser->sax->serror = [](void* context, auto* error) {
-            if (error->level == XML_ERR_FATAL) {
-                refuse(static_cast<xmlParserCtxt*>(context), error->line, error->message);
+        auto* const self = static_cast<Errors*>(errors);
+        const int level = error->code == XML_ERR_NO_MEMORY ? XML_ERR_FATAL : error->level;
+        if (level > self->m_level) {
+            self->m_level = level;
+            self->m_line = error->line;
+            try {
+                self->m_reason = error->message == nullptr ? "" : error->message;
+            } catch (const std::bad_alloc&) { // must not pass through libxml2
             }
-        };
-    }
-
-    xml_ptr<xmlDoc> parse(const char* path, const std::string& text)
-    {
-        static_assert(max_file_size <= INT_MAX);
-        xml_ptr<xmlDoc> document(
-            xmlCtxtReadMemory(m_parser.get(), text.data(), static_cast<int>(text.size()), nullptr,
-                              nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
-        m_trap.require_memory();
-        if (m_refused || document == nullptr || xmlDocGetRootElement(document.get()) == nullptr) {
-            throw CLiteXmlException(path, m_line, m_reason.empty() ? "malformed" : m_reason);
-        }
-        return document;
-    }
-
-private:
-    static void refuse(xmlParserCtxt* parser, int line, const char* reason) noexcept
-    {
-        auto* const self = static_cast<Parser*>(parser->_private);
-        if (self->m_refused) {
-            return;
-        }
-        self->m_refused = true;
-        self->m_line = line;
-        try {
-            self->m_reason = reason == nullptr ? "" : reason;
-        } catch (const std::bad_alloc&) { // then without the reason: libxml2 must not be unwound
         }
     }
 
-    ErrorTrap m_trap;
-    xml_ptr<xmlParserCtxt> m_parser;
-    bool m_refused = false;
+    static void discard(void*, const char*, ...) {}
+    const xmlStructuredErrorFunc m_old_handler = xmlStructuredError;
+    void* const m_old_context = xmlStructuredErrorContext;
+    const xmlGenericErrorFunc m_old_generic_handler = xmlGenericError;
+    void* const m_old_generic_context = xmlGenericErrorContext;
+    const char* const m_file;
+    const char* const m_operation;
+    int m_level = XML_ERR_NONE;
     int m_line = 0;
     std::string m_reason;
 };
 
-TreePtr load_tree(const char* path, const std::string& text)
-{
-    if (text.empty()) {
-        throw CLiteXmlException(path, 0, "the file is empty");
-    }
-    if (const Flaw flaw = find_flaw(text); flaw.reason != nullptr) {
-        throw CLiteXmlException(path, line_of(text, flaw.offset), flaw.reason);
-    }
-    const std::string_view declaration = find_declaration(text);
-    const std::string encoding(find_encoding(declaration));
-    const auto is = [&](const char* name) { return strcasecmp(encoding.c_str(), name) == 0; };
-    const bool ascii = is("US-ASCII") || is("ASCII");
-    if (!encoding.empty() && !ascii && !is("UTF-8")) {
-        throw CLiteXmlException(path, 1, "encoding " + encoding + " instead of UTF-8");
-    }
-    // The parser may take other characters for the end of the text.
-    const auto other = std::find_if(text.begin(), text.end(),
-                                    [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
-    if (ascii && other != text.end()) {
-        const auto offset = static_cast<std::size_t>(other - text.begin());
-        throw CLiteXmlException(path, line_of(text, offset), "not ASCII, as it declares");
-    }
+constexpr const char* byte_order_mark = "\xEF\xBB\xBF";
 
-    auto tree = std::make_shared<Tree>();
-    tree->file = path;
-    tree->document = Parser().parse(path, text);
-    tree->has_byte_order_mark = text.compare(0, byte_order_mark.size(), byte_order_mark) == 0;
-    tree->has_declaration = !declaration.empty();
-    tree->encoding = is("UTF-8") ? encoding : "UTF-8";
-    // Numbers the elements once; without it libxml2 counts siblings whenever it sorts a result.
-    xmlXPathOrderDocElems(tree->document.get());
-    return tree;
+/// Throws unless the text is UTF-8 and XML allows all of its characters. libxml2 alone does not
+/// do: 2.9 accepts overlong forms, and takes a NUL byte for the end.
+void require_characters(const char* file, std::string_view text, bool has_lines)
+{
+    constexpr int least[] = {0, 0, 0x80, 0x800, 0x10000}; // code for a number of bytes
+    const auto is_plain = [](char c) { return c >= ' ' && c <= '~'; };
+    const char* const end = text.data() + text.size();
+    for (const char* at = text.data(); (at = std::find_if_not(at, end, is_plain)) != end;) {
+        int length = static_cast<int>(std::min<std::ptrdiff_t>(end - at, 4));
+        const int code = xmlGetUTF8Char(BAD_CAST at, &length);
+        const bool continues = (*at & 0xC0) == 0x80; // which 2.9 does not notice, either
+        if (code < least[length] || continues || !xmlIsCharQ(static_cast<unsigned int>(code))) {
+            const auto lines = has_lines ? 1 + std::count(text.data(), at, '\n') : 0;
+            throw CLiteXmlException(
+                file, static_cast<int>(lines),
+                *at == '\0' ? "a NUL byte" : "not UTF-8, or a character that XML does not allow");
+        }
+        at += length;
+    }
 }
 
-std::string serialise(const char* path, const Tree& tree)
+/// Parses a file's text, which has no byte order mark any more.
+xml_ptr<xmlDoc> parse(const char* file, std::string_view text)
 {
-    const ErrorTrap trap;
-    const xml_ptr<xmlBuffer> buffer(allocated(xmlBufferCreate()));
-    xmlSaveCtxt* const writer = allocated(xmlSaveToBuffer(
-        buffer.get(), tree.encoding.c_str(), tree.has_declaration ? 0 : XML_SAVE_NO_DECL));
-    const bool written = xmlSaveDoc(writer, tree.document.get()) != -1;
-    const bool flushed = xmlSaveClose(writer) != -1;
-    trap.require_memory();
-    if (!written || !flushed) {
-        throw CLiteXmlException(path, 0, "cannot write the document as text");
+    const Errors errors(file, "parse");
+    const auto parser = own(xmlNewParserCtxt(), xmlFreeParserCtxt);
+    errors.require(parser != nullptr);
+    parser->sax->internalSubset = [](void* context, auto...) {
+        xmlError error = {};
+        error.level = XML_ERR_FATAL;
+        error.line = xmlSAX2GetLineNumber(context);
+        error.message = const_cast<char*>("document type declarations are refused");
+        xmlStructuredError(xmlStructuredErrorContext, &error);
+        xmlStopParser(static_cast<xmlParserCtxt*>(context));
+    };
+    auto document = own(xmlCtxtReadMemory(parser.get(), text.data(), static_cast<int>(text.size()),
+                                          nullptr, nullptr, XML_PARSE_NONET),
+                        xmlFreeDoc);
+    errors.require(document != nullptr);
+    // Numbers the elements. Without that, sorting a selection can take quadratic time.
+    xmlXPathOrderDocElems(document.get());
+
+    const char* const encoding = to_chars(document->encoding);
+    const auto is = [&](const char* name) { return strcasecmp(encoding, name) == 0; };
+    const auto is_ascii = [](char c) { return (c & 0x80) == 0; };
+    if (!is("") && !is("UTF-8") &&
+        !((is("ASCII") || is("US-ASCII")) && std::all_of(text.begin(), text.end(), is_ascii))) {
+        throw CLiteXmlException(
+            file, 1, std::string("neither UTF-8 nor ASCII, but declared as ") + encoding);
     }
-    std::string text(tree.has_byte_order_mark ? byte_order_mark : std::string_view());
-    return text.append(to_chars(xmlBufferContent(buffer.get())),
-                       static_cast<std::size_t>(xmlBufferLength(buffer.get())));
+    return document;
 }
 
-// ---- Nodes ------------------------------------------------------------------------------------
+/// The document as text, after the prefix.
+xml_ptr<xmlBuffer> serialise(const char* file, xmlDoc& document, const char* prefix)
+{
+    const Errors errors(file, "write as text");
+    auto buffer = own(xmlBufferCreate(), xmlBufferFree);
+    errors.require(buffer != nullptr && xmlBufferCat(buffer.get(), BAD_CAST prefix) == 0);
+    // UTF-8 as it was spelled. An ASCII file becomes UTF-8, because new values need not be ASCII.
+    const char* const declared = to_chars(document.encoding);
+    const char* const encoding = strcasecmp(declared, "UTF-8") == 0 ? declared : "UTF-8";
+    const int options = document.standalone == -1 ? XML_SAVE_NO_DECL : 0; // -1: no declaration
+    xmlSaveCtxt* const writer = xmlSaveToBuffer(buffer.get(), encoding, options);
+    const bool written = writer != nullptr && xmlSaveDoc(writer, &document) >= 0;
+    const bool closed = xmlSaveClose(writer) >= 0; // 2.16 returns other codes than -1, too
+    errors.require(written && closed);
+    return buffer;
+}
 
-IXmlNode* new_node(const TreePtr& tree, xmlNode* node);
+/// The path of the node's file, which the Document owns.
+const char* file_of(const xmlNode* node)
+{
+    return static_cast<const char*>(node->doc->_private);
+}
 
+[[noreturn]] void fail(const xmlNode* node, const char* reason)
+{
+    throw CLiteXmlException(file_of(node), 0, reason);
+}
+
+/// A caller's text, if the node's document can hold it.
+const xmlChar* checked(const xmlNode* node, const char* text)
+{
+    if (text == nullptr) {
+        fail(node, "a null pointer instead of a text");
+    }
+    require_characters(file_of(node), text, false);
+    return BAD_CAST text;
+}
+
+/// The text of an element or an attribute.
 std::string text_of(xmlNode* node)
 {
-    const xmlNode* const child = node->type == XML_ELEMENT_NODE || node->type == XML_ATTRIBUTE_NODE
-                                     ? node->children
-                                     : nullptr;
-    if (child != nullptr && child->next == nullptr && child->type == XML_TEXT_NODE) {
-        return to_chars(child->content); // the usual case, without another copy
+    const xmlNode* const child = node->children;
+    if (child == nullptr || (child->next == nullptr && child->type == XML_TEXT_NODE)) {
+        return to_chars(child == nullptr ? nullptr : child->content); // without a copy by libxml2
     }
-    const ErrorTrap trap;
-    const xml_ptr<xmlChar> text(allocated(xmlNodeGetContent(node)));
-    trap.require_memory();
+    const Errors errors(file_of(node), "read a value");
+    const auto text = own(xmlNodeGetContent(node), xmlFree);
+    errors.require(text != nullptr);
     return to_chars(text.get());
 }
 
-/// Gives an attribute a value, or makes it; `old` is the attribute, or null if the element has
-/// none.
-xmlAttr* set_attribute(const Tree& tree, xmlAttr* old, xmlNode* element, xmlNs* space,
-                       const xmlChar* name, const char* value)
+/// Replaces the text of an element or an attribute.
+void set_text(xmlNode* node, const char* value)
 {
-    const xmlChar* const text = tree.checked(value);
-    // Most of what a listing writes is there already: comparing is cheaper than writing.
-    const xmlNode* const content = old == nullptr ? nullptr : old->children;
-    if (content != nullptr && content->next == nullptr &&
-        xmlStrEqual(content->content, text) == 1) {
-        return old;
+    const xmlChar* const text = checked(node, value);
+    const xmlNode* const old = node->children;
+    if (old != nullptr && old->next == nullptr && old->type == XML_TEXT_NODE &&
+        xmlStrEqual(old->content, text) == 1) {
+        return; // the usual case when the module lists the services
     }
-    if (old != nullptr &&
-        xmlHasNsProp(element, name, space == nullptr ? nullptr : space->href) != old) {
-        tree.fail("the attribute stands twice in its element"); // by two prefixes of one name space
+    const Errors errors(file_of(node), "set a value");
+    // An element with an empty text would be saved as <a></a>, but loaded and saved again as <a/>.
+    auto content = own(*text == 0 ? nullptr : xmlNewDocText(node->doc, text), xmlFreeNode);
+    errors.require(content != nullptr || *text == 0);
+    auto* const attribute = reinterpret_cast<xmlAttr*>(node);
+    if (node->type == XML_ATTRIBUTE_NODE && attribute->atype == XML_ATTRIBUTE_ID) {
+        xmlRemoveID(node->doc, attribute); // it is indexed by its old value
     }
-    const ErrorTrap trap;
-    xmlAttr* const attribute = allocated(xmlSetNsProp(element, space, name, text));
-    allocated(attribute->name);
-    trap.require_memory();
-    return attribute;
-}
-
-void set_content(Tree& tree, xmlNode* element, const char* value)
-{
-    const xmlChar* const text = tree.checked(value);
-    const ErrorTrap trap;
-    xml_ptr<xmlNode> content(allocated(xmlNewDocText(tree.document.get(), text)));
-    trap.require_memory();
-    while (xmlNode* const child = element->children) {
-        tree.removed.emplace_back(child);
-        xmlUnlinkNode(child);
-    }
-    if (*text != 0) { // an empty text would be written as <a></a> and read back as none
-        allocated(xmlAddChild(element, content.get()));
-        content.release();
+    xmlFreeNodeList(node->children);
+    node->children = node->last = content.get();
+    if (xmlNode* const child = content.release()) {
+        child->parent = node;
     }
 }
 
-std::vector<xmlNode*> select(const Tree& tree, xmlNode* context, const char* xpath)
+/// The elements and attributes that an expression selects, in document order.
+std::vector<xmlNode*> select(xmlNode* context, const char* xpath)
 {
-    const xmlChar* const expression = tree.checked(xpath);
-    const ErrorTrap trap;
-    const xml_ptr<xmlXPathContext> evaluation(allocated(xmlXPathNewContext(tree.document.get())));
+    const xmlChar* const expression = checked(context, xpath);
+    const std::string operation = std::string("evaluate ") + xpath;
+    const Errors errors(file_of(context), operation.c_str());
+    const auto evaluation = own(xmlXPathNewContext(context->doc), xmlXPathFreeContext);
+    errors.require(evaluation != nullptr);
     evaluation->node = context;
-    const xml_ptr<xmlXPathObject> result(xmlXPathEval(expression, evaluation.get()));
-    trap.require_memory();
-    if (result == nullptr) {
-        tree.fail("the XPath expression cannot be evaluated");
-    }
-    if (result->type != XPATH_NODESET) {
-        tree.fail("the XPath expression does not select nodes");
-    }
+    evaluation->error = xmlStructuredError; // without it, 2.9 does not report a lack of memory
+    evaluation->userData = xmlStructuredErrorContext;
+    const auto result = own(xmlXPathEval(expression, evaluation.get()), xmlXPathFreeObject);
+    errors.require(result != nullptr);
+
     const xmlNodeSet* const set = result->nodesetval;
-    if (set == nullptr || set->nodeNr == 0) {
-        return {};
+    std::vector<xmlNode*> nodes;
+    if (set != nullptr) {
+        nodes.assign(set->nodeTab, set->nodeTab + set->nodeNr);
     }
-    std::vector<xmlNode*> nodes(set->nodeTab, set->nodeTab + set->nodeNr);
-    for (const xmlNode* node : nodes) {
-        if (node->type == XML_NAMESPACE_DECL) { // a copy that ends with the result
-            tree.fail("the XPath expression selects name spaces");
-        }
+    const auto fits = [](const xmlNode* node) {
+        return node->type == XML_ELEMENT_NODE || node->type == XML_ATTRIBUTE_NODE;
+    };
+    if (result->type != XPATH_NODESET || !std::all_of(nodes.begin(), nodes.end(), fits)) {
+        fail(context, "only elements and attributes can be selected");
     }
     return nodes;
 }
@@ -419,150 +257,97 @@ std::vector<xmlNode*> select(const Tree& tree, xmlNode* context, const char* xpa
 class NodeList final : public IXmlNodeList
 {
 public:
-    NodeList(TreePtr tree, std::vector<xmlNode*> nodes)
-        : m_tree(std::move(tree)), m_nodes(std::move(nodes))
-    {
-    }
+    NodeList(xmlNode* node, const char* xpath) : m_context(node), m_nodes(select(node, xpath)) {}
 
-    IXmlNode* item(int position) override
-    {
-        if (position < 0 || position >= count()) {
-            m_tree->fail("no such position in the list");
-        }
-        return new_node(m_tree, m_nodes[static_cast<std::size_t>(position)]);
-    }
+    IXmlNode* item(int position) override;
     int count() override { return static_cast<int>(m_nodes.size()); }
     void release() override { delete this; }
 
 private:
-    TreePtr m_tree;
+    const xmlNode* m_context;
     std::vector<xmlNode*> m_nodes;
 };
 
-IXmlNodeList* select_list(const TreePtr& tree, xmlNode* context, const char* xpath)
-{
-    return new NodeList(tree, select(*tree, context, xpath));
-}
-
-IXmlNode* select_first(const TreePtr& tree, xmlNode* context, const char* xpath)
-{
-    const std::vector<xmlNode*> nodes = select(*tree, context, xpath);
-    return nodes.empty() ? nullptr : new_node(tree, nodes.front());
-}
-
-/// An attribute, present or not, as its element gives it out. Belongs to the element's Node.
-class Attribute final : public IXmlNode
-{
-public:
-    /// The tree's pointer is borrowed from the Node.
-    Attribute(const TreePtr& tree, xmlNode* element, const char* name)
-        : m_tree(tree), m_element(element), m_name(name)
-    {
-    }
-
-    const std::string& name() const { return m_name; }
-
-    IXmlNode* attribute(const char*) override { m_tree->fail("an attribute has no attributes"); }
-    std::string value() override
-    {
-        return find() ? text_of(reinterpret_cast<xmlNode*>(m_attribute)) : std::string();
-    }
-    void setValue(const char* text) override
-    {
-        // An attribute that libxml2 would make without question, but not read back as one.
-        if (!find() && (find_flaw(m_name).reason != nullptr || m_name == "xmlns" ||
-                        xmlValidateNCName(to_xml(m_name.c_str()), 0) != 0)) {
-            m_tree->fail("no name for an attribute");
-        }
-        m_attribute =
-            set_attribute(*m_tree, m_attribute, m_element, nullptr, to_xml(m_name.c_str()), text);
-    }
-    IXmlNodeList* selectNodes(const char* xpath) override
-    {
-        return select_list(m_tree, context(), xpath);
-    }
-    IXmlNode* selectSingleNode(const char* xpath) override
-    {
-        return select_first(m_tree, context(), xpath);
-    }
-    void release() override {}
-
-private:
-    /// Whether the attribute is there; another wrapper of the element may have made it. Once there
-    /// it stays.
-    bool find()
-    {
-        if (m_attribute == nullptr) {
-            m_attribute = xmlHasNsProp(m_element, to_xml(m_name.c_str()), nullptr);
-        }
-        return m_attribute != nullptr;
-    }
-    xmlNode* context()
-    {
-        if (!find()) {
-            m_tree->fail("the attribute does not exist");
-        }
-        return reinterpret_cast<xmlNode*>(m_attribute);
-    }
-
-    const TreePtr& m_tree;
-    xmlNode* m_element;
-    xmlAttr* m_attribute = nullptr;
-    std::string m_name;
-};
-
-/// A node that the caller owns: an element, or whatever else an expression selected.
+/// An element or an attribute. An element's attribute belongs to the Node that gave it out; all
+/// other Nodes belong to the caller.
 class Node final : public IXmlNode
 {
 public:
-    Node(TreePtr tree, xmlNode* node) : m_tree(std::move(tree)), m_node(node) {}
+    explicit Node(xmlNode* node) : m_node(node) {}
+    /// The attribute of an element, which may lack it.
+    Node(xmlNode* element, const char* name) : m_element(element), m_name(name) {}
 
     IXmlNode* attribute(const char* name) override
     {
-        if (m_node->type != XML_ELEMENT_NODE) {
-            m_tree->fail("only an element has attributes");
-        }
+        xmlNode* const node = element();
         if (name == nullptr) {
-            m_tree->fail("no name for an attribute");
+            fail(node, "a null pointer instead of a name");
         }
-        for (Attribute& known : m_attributes) {
-            if (known.name() == name) {
+        for (Node& known : m_attributes) {
+            if (std::strcmp(known.m_name.c_str(), name) == 0) {
                 return &known;
             }
         }
-        return &m_attributes.emplace_front(m_tree, m_node, name);
+        return &m_attributes.emplace_front(node, name);
     }
-    std::string value() override { return text_of(m_node); }
-    void setValue(const char* text) override
-    {
-        if (m_node->type == XML_ELEMENT_NODE) {
-            set_content(*m_tree, m_node, text);
-        } else if (m_node->type == XML_ATTRIBUTE_NODE) {
-            auto* const attribute = reinterpret_cast<xmlAttr*>(m_node);
-            set_attribute(*m_tree, attribute, m_node->parent, attribute->ns, m_node->name, text);
-        } else {
-            m_tree->fail("only an element or an attribute takes a value");
-        }
-    }
-    IXmlNodeList* selectNodes(const char* xpath) override
-    {
-        return select_list(m_tree, m_node, xpath);
-    }
+    std::string value() override { return exists() ? text_of(m_node) : std::string(); }
+    void setValue(const char* text) override { exists() ? set_text(m_node, text) : create(text); }
+    IXmlNodeList* selectNodes(const char* xpath) override { return new NodeList(element(), xpath); }
     IXmlNode* selectSingleNode(const char* xpath) override
     {
-        return select_first(m_tree, m_node, xpath);
+        const std::vector<xmlNode*> nodes = select(element(), xpath);
+        return nodes.empty() ? nullptr : new Node(nodes.front());
     }
-    void release() override { delete this; }
+    void release() override
+    {
+        if (m_element == nullptr) {
+            delete this;
+        }
+    }
 
 private:
-    TreePtr m_tree;
-    xmlNode* m_node;
-    std::forward_list<Attribute> m_attributes;
+    /// The node, if it has attributes and selections.
+    xmlNode* element() const
+    {
+        if (m_node == nullptr || m_node->type != XML_ELEMENT_NODE) {
+            fail(m_node == nullptr ? m_element : m_node, "only possible with an element");
+        }
+        return m_node;
+    }
+    /// Another Node may have created the attribute. Attributes are never removed.
+    bool exists()
+    {
+        if (m_node == nullptr) {
+            m_node = reinterpret_cast<xmlNode*>(
+                xmlHasNsProp(m_element, BAD_CAST m_name.c_str(), nullptr));
+        }
+        return m_node != nullptr;
+    }
+    void create(const char* value)
+    {
+        const xmlChar* const text = checked(m_element, value);
+        // libxml2 would create an attribute of any name, but not load it again.
+        if (m_name == "xmlns" || xmlValidateNCName(checked(m_element, m_name.c_str()), 0) != 0) {
+            fail(m_element, "not a valid name for an attribute");
+        }
+        const Errors errors(file_of(m_element), "create an attribute");
+        xmlAttr* const attribute = xmlNewNsProp(m_element, nullptr, BAD_CAST m_name.c_str(), text);
+        errors.require(attribute != nullptr && attribute->name != nullptr);
+        m_node = reinterpret_cast<xmlNode*>(attribute);
+    }
+
+    xmlNode* m_node = nullptr;    // null while the element lacks the attribute
+    xmlNode* m_element = nullptr; // null in a Node that belongs to the caller
+    std::string m_name;
+    std::forward_list<Node> m_attributes;
 };
 
-IXmlNode* new_node(const TreePtr& tree, xmlNode* node)
+IXmlNode* NodeList::item(int position)
 {
-    return new Node(tree, node);
+    if (position < 0 || position >= count()) {
+        fail(m_context, "the position is outside the list");
+    }
+    return new Node(m_nodes[static_cast<std::size_t>(position)]);
 }
 
 class Document final : public IXmlDocument
@@ -570,38 +355,45 @@ class Document final : public IXmlDocument
 public:
     void load(const char* path) override
     {
-        m_tree = nullptr;
-        m_tree = load_tree(path, m_file.load(path == nullptr ? "" : path));
+        m_document.reset();
+        const std::string bytes = m_file.load(path);
+        m_path = path;
+        std::string_view text = bytes;
+        m_prefix = text.substr(0, 3) == byte_order_mark ? byte_order_mark : "";
+        text.remove_prefix(std::strlen(m_prefix));
+        require_characters(path, text, true);
+        m_document = parse(path, text);
+        m_document->_private = m_path.data();
     }
-    IXmlNode* root() override
-    {
-        return new_node(loaded(""), xmlDocGetRootElement(loaded("")->document.get()));
-    }
+    IXmlNode* root() override { return new Node(xmlDocGetRootElement(&loaded())); }
     void save(const char* path) override
     {
-        const char* const name = path == nullptr ? "" : path;
-        m_file.save(name, serialise(name, *loaded(name)));
+        const xml_ptr<xmlBuffer> text = serialise(m_path.c_str(), loaded(), m_prefix);
+        m_file.save(path, {to_chars(xmlBufferContent(text.get())),
+                            static_cast<std::size_t>(xmlBufferLength(text.get()))});
     }
     void release() override { delete this; }
 
 private:
-    const TreePtr& loaded(const char* path) const
+    xmlDoc& loaded() const
     {
-        if (m_tree == nullptr) {
-            throw CLiteXmlException(path, 0, "no document is loaded");
+        if (m_document == nullptr) {
+            throw CLiteXmlException(m_path, 0, "no document is loaded");
         }
-        return m_tree;
+        return *m_document;
     }
 
     AtomicFile m_file;
-    TreePtr m_tree;
+    std::string m_path;
+    const char* m_prefix = ""; // the byte order mark, if the file has one
+    xml_ptr<xmlDoc> m_document{nullptr, xmlFreeDoc};
 };
 
 } // namespace
 
 IXmlDocument* new_xml_document()
 {
-    // Once, before any thread parses; the later calls of libxml2's own do nothing.
+    // Before any thread parses. libxml2's own later calls do nothing.
     [[maybe_unused]] static const bool initialised = (xmlInitParser(), true);
     return new Document;
 }

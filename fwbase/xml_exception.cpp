@@ -8,8 +8,8 @@ namespace
 
 thread_local std::string last_error;
 
-/// The text on one line: a run of control characters and blanks becomes one blank, none at the
-/// ends.
+/// The text on one line: each run of blanks and control characters becomes one blank, and is
+/// removed at the ends.
 std::string one_line(const std::string& text)
 {
     std::string line;
