@@ -20,12 +20,12 @@ namespace
 
 constexpr const char* no_chkconfig = "no chkconfig on the search path";
 
-/// What an operation does besides answering. Those that are not in the table only read.
+/// An operation that writes.
 struct Effects {
     std::string_view operation;
     bool uses_chkconfig;
-    bool switches; ///< services on the machine
-    bool changes;  ///< the state of the given services
+    bool switches; ///< switches services on the machine
+    bool changes;  ///< changes the state of the given services
 };
 
 constexpr Effects all_effects[] = {{"ls_service", true, false, false},
@@ -43,8 +43,7 @@ const Effects* effects_of(const Call& call)
     return found == std::end(all_effects) ? nullptr : found;
 }
 
-/// A call that writes, from before it is made until after its final reply: holds the lock, ignores
-/// signals and keeps the journal.
+/// Holds the lock, ignores signals and keeps the journal while a call that writes is made.
 class Transaction
 {
 public:
@@ -54,7 +53,7 @@ public:
                 rpc::IIfaceRealize& interface)
     {
         if (!m_lock) {
-            return; // without the configuration's folder the module fails, and says so
+            return; // the configuration's folder is missing: the module fails and says so
         }
         if (const std::optional<Call> interrupted = m_journal.read()) {
             complete(*interrupted, subject, interface);
@@ -97,23 +96,29 @@ private:
     Journal m_journal{m_lock};
 };
 
-/// Why an operation answered failure.
+/// Why an operation failed.
 std::string failure_of(const Call& call)
 {
-    const std::string reason = fwbase::take_last_xml_error();
+    std::string reason = fwbase::take_last_xml_error();
     if (!reason.empty()) {
         return reason;
     }
     // Without an error of the XML library these fail in one way only.
     const std::string_view verb = std::string_view(call.operation).substr(0, 4);
     return verb == "get_" || verb == "set_" ? "the configuration lacks the element"
-                                            : "failed, the module does not say why";
+                                            : "failed; the module gave no reason";
+}
+
+Operations operations_of(const rpc::IIfaceRealize& interface)
+{
+    Operations all;
+    interface.fatts(all);
+    return all;
 }
 
 bool is_known(const std::string& operation, const rpc::IIfaceRealize& interface)
 {
-    ex_std::vector<const rpc::IIfaceRealize::FAtt*> all;
-    interface.fatts(all);
+    const Operations all = operations_of(interface);
     return std::any_of(all.begin(), all.end(),
                        [&operation](const auto* each) { return each->name == operation; });
 }
@@ -128,9 +133,7 @@ ExitStatus run(const Call& call, const std::string& origin, rpc::IIfaceRealize& 
         return success;
     }
     if (call.operation == "operations") {
-        ex_std::vector<const rpc::IIfaceRealize::FAtt*> all;
-        interface.fatts(all);
-        printer.operations(all);
+        printer.operations(operations_of(interface));
         return success;
     }
 

@@ -73,7 +73,7 @@ void Journal::write(const Call& call) const
 
 void Journal::clear() const noexcept
 {
-    static_cast<void>(!ftruncate(m_lock.file(), 0));
+    static_cast<void>(ftruncate(m_lock.file(), 0) == 0);
 }
 
 } // namespace host

@@ -51,7 +51,7 @@ public:
         line("description  " + fwbase::printable(fwbase::gbk_to_utf8(attributes.desc)));
     }
 
-    void operations(const ex_std::vector<const rpc::IIfaceRealize::FAtt*>& list) override
+    void operations(const Operations& list) override
     {
         for (const rpc::IIfaceRealize::FAtt* const operation : list) {
             line(fwbase::printable(operation->name));
@@ -159,7 +159,7 @@ public:
         line({{"reply", "final"}});
     }
 
-    void operations(const ex_std::vector<const rpc::IIfaceRealize::FAtt*>& list) override
+    void operations(const Operations& list) override
     {
         for (const rpc::IIfaceRealize::FAtt* const operation : list) {
             line({{"operation", operation->name}, {"extra", operation->extra}});

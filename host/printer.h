@@ -12,6 +12,8 @@
 namespace host
 {
 
+using Operations = ex_std::vector<const rpc::IIfaceRealize::FAtt*>;
+
 /// The end of a call.
 struct Ending {
     ec::EC result = 0;                          ///< code of call_func
@@ -26,7 +28,7 @@ public:
     virtual ~Printer() = default;
 
     virtual void attributes(const rpc::IIfaceRealize::IAtt& attributes) = 0;
-    virtual void operations(const ex_std::vector<const rpc::IIfaceRealize::FAtt*>& list) = 0;
+    virtual void operations(const Operations& list) = 0;
     /// A reply sent before the final one.
     virtual void item(const fwbase::Message& reply) = 0;
     virtual void end(const Ending& ending) = 0;

@@ -30,7 +30,7 @@ ScratchFolder::ScratchFolder()
 ScratchFolder::~ScratchFolder()
 {
     // If this fails, the module finds no configuration any more and reports that.
-    static_cast<void>(!fchdir(m_earlier.get()));
+    static_cast<void>(fchdir(m_earlier.get()) == 0);
     std::error_code ignored;
     fs::remove_all(m_path, ignored);
 }

@@ -113,7 +113,7 @@ interrupt() {
 clean() { rm -f etc/runlevels.* etc/xinetd.d/sed??????; }
 
 services=(1 2 3 4 5 6 7 8 9 10 11 12 30 31 32)
-kinds=(KILL all-KILL TERM all-TERM HUP all-HUP INT all-INT pipe chld list score)
+kinds=(KILL all-KILL KILL all-KILL TERM all-TERM HUP all-HUP INT all-INT pipe chld list score)
 cp -R etc before
 measure "$host" optimize_service 1 2 3 30 31
 measure "$host" restore_service 1 2 3 30 31
