@@ -129,7 +129,7 @@ for ((round = 1; round <= rounds; round++)); do
     fi
     for ((times = RANDOM % 2; times >= 0; times--)); do
         status=0
-        { interrupt $kind $operation "${ids[@]}"; } >/dev/null 2>&1 || status=$?
+        { interrupt "$kind" $operation "${ids[@]}"; } >/dev/null 2>&1 || status=$?
         [[ $status -le 1 ]] || interrupted=$((interrupted + 1))
     done
     next=(ls_service "set_optimize_sorce 7" "optimize_service ${ids[0]}" "ignore_service off 3")
