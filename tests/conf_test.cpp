@@ -143,10 +143,10 @@ TEST_F(ConfTest, SurvivesFailuresOfTheXmlLibraryAndOfMemory)
     for (const auto& [name, operation] : operations) {
         for (fake::Faults* const faults : {&fake::xml_faults, &fake::memory_faults}) {
             SCOPED_TRACE(std::string(name) + (faults == &fake::xml_faults ? ", XML" : ", memory"));
-            fake::sweep(*faults, [&, &operation = operation] {
+            fake::sweep(*faults, [&, &call = operation] {
                 write_conf(info("1", "a", "0", "L", "7") + info("2", "b", "0", "L", "7"));
                 const std::string before = read(conf_path);
-                const bool done = operation();
+                const bool done = call();
                 const std::string_view failed = faults->failed;
                 if (failed != "new") { // without memory a text may also be empty
                     EXPECT_EQ(done, failed.empty()) << failed;
