@@ -110,7 +110,7 @@ interrupt() {
 }
 
 # Killed commands leave their temporary files, which are no business of the program.
-clean() { rm -f etc/runlevels.* etc/xinetd.d/sed??????; }
+clean() { rm -f etc/new.* etc/xinetd.d/sed??????; }
 
 services=(1 2 3 4 5 6 7 8 9 10 11 12 30 31 32)
 kinds=(KILL all-KILL KILL all-KILL TERM all-TERM HUP all-HUP INT all-INT pipe chld list score)

@@ -12,7 +12,6 @@ namespace
 {
 using testing::EndsWith;
 using testing::HasSubstr;
-
 #define LOCK "config/system_operation/conf.xml.lock"
 
 class JournalTest : public Workspace
@@ -28,11 +27,6 @@ protected:
         shell(R"(sed -i 's|</ser|<info id="50" name="xinetd" op="0" level="345"/>\n&|' */*/*.xml)");
         shell("rm -f config/*/*.lock; cp -p bin/chkconfig bin/real; : >hook");
         write("bin/chkconfig", "#!/bin/sh\n[ $1 = --list ] || . ./hook\n${0%/*}/real \"$@\"\n");
-    }
-    static int shell(const std::string& command)
-    {
-        const int status = std::system(("(" + command + ") >output 2>errors </dev/null").c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     /// The ids of the services that are recorded as switched off, each followed by a blank.
     static std::string optimized()
@@ -54,12 +48,12 @@ TEST_F(JournalTest, CompletesWhatHadBegun)
         int status;
         std::string errors, optimized;
     } table[] = {
-        {"none", "", off, 0, "", "20 "},
+        {"none", "", off, 0, "^$", "20 "},
         {"begun", "optimize_service 2 1 1\nend\n", off, 0, done + "\n", "1 20 "},
         {"some levels", one, "chkconfig --level 2 crond off; ", 0, done + "\n", "1 20 "},
-        {"cut off", "optimize_service 1\nend", off, 0, "", "20 "},
-        {"done", "optimize_service 20\nend\n", off, 0, "", "20 "},
-        {"by hand", one, off + "chkconfig --level 2345 crond on; ", 0, "", "20 "},
+        {"cut off", "optimize_service 1\nend", off, 0, "^$", "20 "},
+        {"done", "optimize_service 20\nend\n", off, 0, "^$", "20 "},
+        {"by hand", one, off + "chkconfig --level 2345 crond on; ", 0, "^$", "20 "},
         {"on", "restore_service 1 20\nend\n", off + "chkconfig --level 3 snmpd on; ", 0, " 20\n",
          ""},
         {"gone", "optimize_service 99 25 1\nend\n", off, 0, done + "; not listed by", "1 20 "},
@@ -80,8 +74,7 @@ TEST_F(JournalTest, CompletesWhatHadBegun)
         reset();
         write(LOCK, row.journal);
         EXPECT_EQ(shell(row.before + HOST " set_optimize_sorce 1"), row.status);
-        EXPECT_THAT(read("errors"), HasSubstr(row.errors));
-        EXPECT_EQ(read("errors").empty(), row.errors.empty()) << read("errors");
+        EXPECT_THAT(read("errors"), testing::ContainsRegex(row.errors));
         EXPECT_EQ(read(LOCK), row.status == 0 ? "" : row.journal);
         EXPECT_EQ(optimized(), row.optimized);
     }
@@ -91,13 +84,12 @@ TEST_F(JournalTest, CarriesACallToItsEnd)
 {
     EXPECT_EQ(shell("trap '' XFSZ; ulimit -f 4; " HOST " optimize_service 1"), 1); // cannot save
     EXPECT_EQ(read(LOCK), "optimize_service 1\nend\n");
-    write("hook", "readlink /proc/$$/fd/100 >held; cat config/*/*.lock >seen\n"
+    write("hook", "{ readlink /proc/$$/fd/100; cat config/*/*.lock; } >seen\n"
                   "for name in HUP INT QUIT TERM; do kill -$name 0; done\n");
     EXPECT_EQ(shell("setsid -w env --ignore-signal=CHLD " HOST " --json optimize_service 2 99"), 1);
     EXPECT_THAT(read("output"), EndsWith("\"ids\":[],\"not_handled\":[{\"id\":99}]}\n"));
     EXPECT_THAT(read("errors"), HasSubstr("completed the interrupted optimize_service 1\n"));
-    EXPECT_THAT(read("held"), EndsWith("/" LOCK "\n"));
-    EXPECT_EQ(read("seen"), "optimize_service 2 99\nend\n");
+    EXPECT_THAT(read("seen"), EndsWith("/" LOCK "\noptimize_service 2 99\nend\n"));
     shell(": >hook; " HOST " restore_service 1 2 20 2>&1 | true"); // nobody reads its messages
     EXPECT_EQ(read(LOCK), "");
     EXPECT_EQ(optimized(), "");

@@ -28,13 +28,6 @@ protected:
         EXPECT_EQ(symlink(HOST, "bin/optimize_host"), 0);
     }
 
-    /// Runs a command and returns its exit status. The files "output" and "errors" are what it
-    /// printed.
-    static int shell(const std::string& command)
-    {
-        const int status = std::system(("(" + command + ") >output 2>errors </dev/null").c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
     static std::string output_of(const std::string& command)
     {
         EXPECT_LE(shell(command), 1) << command << '\n' << read("errors");

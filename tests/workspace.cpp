@@ -80,6 +80,12 @@ std::string Workspace::read(const std::string& path)
     return text.str();
 }
 
+int Workspace::shell(const std::string& command)
+{
+    const int status = std::system(("(" + command + ") >output 2>errors </dev/null").c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 owned<fwbase::IDataBlock> raw_block(const std::string& bytes)
 {
     fwbase::IDataBlock* block = nullptr;

@@ -28,6 +28,9 @@ protected:
     static void write_conf(const std::string& infos);
     static void write(const std::string& path, const std::string& text);
     static std::string read(const std::string& path);
+    /// Runs a command and returns its exit status. The files "output" and "errors" are what it
+    /// printed.
+    static int shell(const std::string& command);
 
 private:
     std::string m_directory;
