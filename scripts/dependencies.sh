@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the missing packages for a purpose: build, test, bench, package, asan, tsan or compilers.
+# Installs the missing packages for a purpose: build, test, bench, package, lint, asan, tsan or
+# compilers.
 # The other scripts source this one. By hand: scripts/dependencies.sh PURPOSE...
 set -euo pipefail
 
@@ -22,13 +23,15 @@ packages() {
     apt-get:build) echo g++ cmake make libxml2-dev nlohmann-json3-dev ;;
     apt-get:test) echo libgtest-dev libgmock-dev bsdutils ;;
     apt-get:bench) echo libbenchmark-dev python3 ;;
-    apt-get:package) echo cpio dpkg-dev rpm ;;
+    apt-get:package) echo cpio dpkg-dev pkg-config rpm ;;
+    apt-get:lint) echo lintian rpmlint ;;
     dnf:build)
         echo gcc-c++ cmake make libxml2-devel json-devel diffutils gawk sed util-linux
         ;;
     dnf:test) echo gtest-devel gmock-devel /usr/bin/script ;;
     dnf:bench) echo google-benchmark-devel python3 ;;
-    dnf:package) echo cpio dpkg rpm-build ;;
+    dnf:package) echo cpio dpkg pkgconf-pkg-config rpm-build ;;
+    dnf:lint) echo rpmlint ;;
     dnf:asan) echo libasan libubsan ;;
     dnf:tsan) echo libtsan ;;
     # The oldest GCC and the newest clang.

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Builds the DEB and the RPM in build/package and checks their contents: the binaries are hardened, the
-# headers compile, and the unpacked program lists the services of the embedded machine.
+# Builds the DEBs and the RPMs in build/package and checks them: the binaries are hardened, the headers
+# compile, documents point to nothing that is missing, the unpacked program lists the services of the
+# embedded machine, lintian and rpmlint find no error, and packaging/life_cycle.sh installs, upgrades and
+# removes the packages if this machine lets it.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 source scripts/dependencies.sh
@@ -11,6 +13,7 @@ die() {
 }
 
 need build package
+(need lint) || true
 build=$PWD/build/package
 machine=$PWD/machine
 place=$(mktemp -d)
@@ -38,22 +41,71 @@ check_hardened() {
     $fortified || die 'the packaged binaries call no checked function of the C library'
 }
 
-# Checks an unpacked package. $2 is its folder of libraries.
+# Checks that a document points to no file of the source tree, and to no absolute path of an installation,
+# that is not in the packages.
+check_document() {
+    local root=$1 document=$2 word
+    while read -r word; do
+        case $word in
+        /usr/*optimize*) [[ -e $root$word ]] ;;
+        */* | *.md) [[ ! -e $word || -e $root/usr/share/doc/optimize-option/$word ||
+            -e $root/usr/include/optimize_option/$word || -e $root/usr/share/optimize_option/$word ]] ;;
+        esac || die "${document#"$root/"} points to $word, which is not in a package"
+    done < <(zcat -f "$document" | grep -oE '[A-Za-z0-9_./-]*[A-Za-z0-9_/-]' | sed 's|^[.]/||' | sort -u)
+}
+
+# A host as its authors build it: with what pkg-config says.
+check_host() {
+    local root=$1 libraries=$2 flags name
+    cat >"$place/host.cpp" <<'END'
+#include <framework/rpc.h>
+
+#include <cstdio>
+#include <dlfcn.h>
+
+int main(int, char** arguments)
+{
+    void* library = dlopen(arguments[1], RTLD_NOW);
+    void* entry = library ? dlsym(library, "rpc_ireal_Optimize_Option") : nullptr;
+    if (!entry || !fwbase::IFWBase::instance())
+        return 1;
+    rpc::IIfaceRealize* module = reinterpret_cast<rpc::IIfaceRealize* (*)()>(entry)();
+    module->init(nullptr);
+    std::puts(module->iatt()->name.c_str());
+    module->release();
+    return 0;
+}
+END
+    export PKG_CONFIG_LIBDIR=$root/usr/$libraries/pkgconfig
+    read -ra flags < <(PKG_CONFIG_SYSROOT_DIR=$root pkg-config --cflags --libs optimize-option)
+    "${CXX:-c++}" -std=c++17 -o "$place/host" "$place/host.cpp" "${flags[@]}" -ldl ||
+        die 'a host does not compile'
+    name=$(LD_LIBRARY_PATH=$root/usr/$libraries/optimize_option \
+        "$place/host" "$root$(pkg-config --variable=module optimize-option)") || true
+    [[ $name == Optimize_Option ]] || die "a host got '$name' from the module"
+}
+
+# Checks the unpacked packages of a kind. $2 is their folder of libraries.
 check() {
     local root=$1 libraries=$1/usr/$2/optimize_option file
-    local host=$root/usr/bin/optimize_host
-    local conf=etc/optimize_option/config/system_operation/conf.xml
+    local host=$root/usr/bin/optimize_host documents=$root/usr/share/doc/optimize-option
+    local conf=usr/share/optimize_option/config/system_operation/conf.xml
     for file in "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so "$root/$conf" \
-        "$root"/usr/share/{man/man1/optimize_host.1,bash-completion/completions/optimize_host} \
-        "$root"/usr/share/doc/optimize_option/{README.md,docs/interface.md}; do
-        [[ -e $file || -e $file.gz ]] || die "${file#"$root/"} is not in the package"
+        "$root"/usr/share/{man/man1/optimize_host.1.gz,bash-completion/completions/optimize_host} \
+        "$documents"/{copyright,configuration.md,interface.md}; do
+        [[ -e $file ]] || die "${file#"$root/"} is not in a package"
     done
+    [[ ! -e $root/etc && ! -e $root/var ]] || die 'the configuration is in a package'
+    while read -r file; do
+        check_document "$root" "$file"
+    done < <(find "$documents" "$root/usr/share/man" -type f ! -name '*hangelog*' ! -name 'CHANGELOG*')
     check_hardened "$host" "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so
     # The headers are complete: each compiles by itself.
     while read -r file; do
         "${CXX:-c++}" -std=c++17 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -include "$file" \
             -I "$root/usr/include/optimize_option" -x c++ /dev/null || die "$file does not compile"
     done < <(find "$root/usr/include" -name '*.h' -printf '%P\n' | cut -d/ -f2-)
+    check_host "$root" "$2"
 
     # The embedded machine, with its own configuration and then with the sample; and completion.
     rm -rf "$place/machine"
@@ -76,36 +128,99 @@ check() {
     )
 }
 
-# Builds the package of a CPack generator, whose systems keep libraries in usr/$2, and names its file.
+# Checks the files of a kind of package with its checker. Shows warnings; errors fail.
+lint() {
+    local findings
+    if [[ $1 == DEB ]] && command -v lintian >/dev/null; then
+        findings=$(lintian --allow-root "${@:2}" 2>&1) || true
+    elif [[ $1 == RPM && $(rpmlint --version 2>/dev/null) =~ (^|[ ])[2-9][.] ]]; then
+        findings=$(rpmlint -c packaging/rpmlint.toml "${@:2}" 2>&1) || true
+    else
+        echo "$1: not checked by $([[ $1 == DEB ]] && echo lintian || echo rpmlint 2), which is not here"
+        return
+    fi
+    grep -E '(^| )[EW]: ' <<<"$findings" >&2 || true
+    ! grep -qE '(^| )E: ' <<<"$findings" || die "$1: the checker found errors"
+}
+
+# Installs and upgrades the packages of a kind in a throwaway root.
+live() {
+    local status=0
+    quietly "$build.log" cpack --config "$build/CPackConfig.cmake" -G "$1" -B "$place/live/next" \
+        -D CPACK_PACKAGE_VERSION=99 -D CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS=optimize-option \
+        -D "CPACK_PRE_BUILD_SCRIPTS=$PWD/packaging/documents.cmake;$place/change_sample.cmake"
+    rm -rf "$place/live/next/_CPack_Packages"
+    mkdir "$place/live/this"
+    cp "${files[@]}" "$place/live/this"
+    if [[ $EUID -eq 0 ]] && unshare -m true 2>/dev/null; then
+        unshare -m packaging/life_cycle.sh "$1" "$place/live" || status=$?
+    else
+        status=77
+    fi
+    rm -rf "$place/live"
+    case $status in
+    0) echo "$1: installed, used, upgraded and removed in a throwaway root" ;;
+    77) echo "$1: not installed: a throwaway root needs root's rights to mount an overlay" ;;
+    *) exit 1 ;;
+    esac
+}
+
+# Builds the packages of a CPack generator, whose systems keep libraries in usr/$2, and names the files.
 package() {
     local generator=$1 libraries=$2
     rm -f "$build"/*."${generator,,}"
     quietly "$build.log" cmake --preset package -DCMAKE_INSTALL_LIBDIR="$libraries"
     quietly "$build.log" cmake --build --preset package -j"$(nproc)"
     (cd "$build" && quietly "$build.log" cpack -G "$generator")
+    files=("$build"/*."${generator,,}")
     mkdir "$place/$generator"
-    file=$(echo "$build"/*."${generator,,}")
 }
 
+cat >"$place/change_sample.cmake" <<'END'
+file(GLOB_RECURSE samples "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/runtime/*/conf.xml")
+file(APPEND ${samples} "<!-- a later sample -->\n")
+END
 echo 'Building in build/package ...'
 triplet=$("${CXX:-c++}" -print-multiarch)
 package DEB "lib${triplet:+/$triplet}"
-dpkg-deb -x "$file" "$place/DEB"
-dpkg-deb --ctrl-tarfile "$file" | tar -xO ./conffiles | grep -qx '/etc/.*/conf.xml' ||
-    die "$file: the configuration is not marked as such"
+names=
+for file in "${files[@]}"; do
+    dpkg-deb -x "$file" "$place/DEB"
+    names+="$(dpkg-deb -f "$file" Package) "
+done
+[[ $names == 'optimize-option-dev optimize-option ' ]] || die "made the DEBs $names"
 check "$place/DEB" "lib${triplet:+/$triplet}"
-echo "${file#"$PWD/"}: lists the embedded machine"
+lint DEB "${files[@]}"
+echo "${files[*]#"$PWD/"}: listed the embedded machine"
+live DEB
 
 package RPM lib64
-rpm2cpio "$file" | (cd "$place/RPM" && cpio -idm --quiet)
-[[ $(rpm -qp --qf '[%{FILEFLAGS:fflags} %{FILENAMES}\n]' "$file" | grep -c '^cn /etc/.*/conf.xml$') -eq 1 ]] ||
-    die "$file: the configuration is not marked as such"
+for file in "${files[@]}"; do
+    rpm2cpio "$file" | (cd "$place/RPM" && cpio -idm --quiet)
+done
+names=$(rpm -qp --qf '%{NAME} ' "${files[@]}")
+[[ $names == 'optimize-option optimize-option-devel ' ]] || die "made the RPMs $names"
 check "$place/RPM" lib64
-echo "${file#"$PWD/"}: lists the embedded machine"
+lint RPM "${files[@]}"
+echo "${files[*]#"$PWD/"}: listed the embedded machine"
+live RPM
 
-# Installing anew keeps a configuration that is there.
-DESTDIR=$place/root cmake --install "$build" >/dev/null
-echo changed >"$place/root/etc/optimize_option/config/system_operation/conf.xml"
-DESTDIR=$place/root cmake --install "$build" >/dev/null
-[[ $(<"$place/root/etc/optimize_option/config/system_operation/conf.xml") == changed ]] ||
-    die 'cmake --install has overwritten the configuration'
+# cmake --install makes the configuration, moves that of version 1.0, and keeps one that is there.
+conf=var/lib/optimize_option/config/system_operation/conf.xml
+old=etc/optimize_option/config/system_operation
+install_in() {
+    quietly "$build.log" env DESTDIR="$place/$1" cmake --install "$build" "${@:2}"
+}
+install_in new
+cmp config/system_operation/conf.xml "$place/new/$conf"
+echo changed >"$place/new/$conf"
+install_in new
+[[ $(<"$place/new/$conf") == changed ]] || die 'cmake --install has overwritten the configuration'
+mkdir -p "$place/moved/$old"
+echo changed >"$place/moved/$old/conf.xml"
+install_in moved
+[[ $(<"$place/moved/$conf") == changed && ! -e $place/moved/etc/optimize_option ]] ||
+    die 'cmake --install has not moved the configuration of version 1.0'
+install_in other --prefix /opt/prefix
+[[ -e $place/other/var/opt/prefix/lib/optimize_option/config/system_operation/conf.xml ]] ||
+    die 'cmake --install has made no configuration for another prefix'
