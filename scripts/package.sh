@@ -211,8 +211,10 @@ old=etc/optimize_option/config/system_operation
 install_in() {
     quietly "$build.log" env DESTDIR="$place/$1" cmake --install "$build" "${@:2}"
 }
-install_in new
+(umask 077 && install_in new)
 cmp config/system_operation/conf.xml "$place/new/$conf"
+modes=$(cd "$place/new" && stat -c '%a' "${conf%/config/*}" "${conf%/*}" "$conf" | xargs)
+[[ $modes == '755 755 644' ]] || die "cmake --install has made the configuration with modes $modes"
 echo changed >"$place/new/$conf"
 install_in new
 [[ $(<"$place/new/$conf") == changed ]] || die 'cmake --install has overwritten the configuration'
