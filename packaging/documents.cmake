@@ -1,5 +1,5 @@
-# Run by cpack on the files of each package before they are packed: compresses the manual page, and gives
-# each DEB the documents that Debian asks for.
+# Run by cpack on the files of the packages before they are packed: compresses the manual page, gives each
+# DEB the documents that Debian asks for, and lets everybody read the folders, whatever the umask is.
 find_program(GZIP gzip REQUIRED)
 function(compress file)
   execute_process(COMMAND ${GZIP} -9nf "${file}" COMMAND_ERROR_IS_FATAL ANY)
@@ -23,3 +23,6 @@ if(CPACK_GENERATOR STREQUAL "DEB")
     compress(${tree}/doc/${name}/changelog.Debian)
   endforeach()
 endif()
+
+file(CHMOD_RECURSE ${CPACK_TEMPORARY_INSTALL_DIRECTORY} DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE
+  OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
