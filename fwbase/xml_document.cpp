@@ -344,7 +344,7 @@ private:
 
 IXmlNode* NodeList::item(int position)
 {
-    if (position < 0 || position >= count()) {
+    if (static_cast<std::size_t>(position) >= m_nodes.size()) { // too large if negative
         fail(m_context, "the position is outside the list");
     }
     return new Node(m_nodes[static_cast<std::size_t>(position)]);
