@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <linux/limits.h>
 #include <sys/xattr.h>
@@ -111,6 +110,7 @@ public:
             return;
         }
         const std::string part = "." + name + ".part";
+        ::unlinkat(folder, m_temporary.c_str(), 0); // so that not both names are ever left over
         m_file = Descriptor(take_name(part, [&] {
             return open_at(folder, part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
         }));
@@ -120,7 +120,7 @@ public:
     }
     ~NewFile()
     {
-        if (is_at(m_present)) {
+        if (!m_present.empty() && is_at(m_present)) {
             ::unlinkat(m_folder, m_present.c_str(), 0);
         }
     }
@@ -139,7 +139,7 @@ public:
         if (old.is_open()) {
             const struct stat status = regular_status(m_path, old.get());
             check(m_path, ::fchown(file, status.st_uid, status.st_gid), "cannot keep the owner");
-            take_attributes(old.get());
+            take_attributes(old.get(), file);
             check(m_path, ::fchmod(file, status.st_mode & ALLPERMS), "cannot keep the mode");
         }
         check(m_path, retry([&] { return ::fsync(file); }), "cannot write");
@@ -150,19 +150,18 @@ public:
     /// this one. What counts is which file is at the path in the end.
     Descriptor replace()
     {
-        const char* const temporary = m_temporary.c_str();
+        const char* const tmp = m_temporary.c_str();
         int result = 0;
         if (m_present.empty()) {
             result = take_name(m_temporary, [&] {
-                return ::linkat(AT_FDCWD, m_link.c_str(), m_folder, temporary, AT_SYMLINK_FOLLOW);
+                return ::linkat(AT_FDCWD, m_link.c_str(), m_folder, tmp, AT_SYMLINK_FOLLOW);
             });
         } else if (is_at(m_present)) {
-            result = ::renameat(m_folder, m_present.c_str(), m_folder, temporary);
+            result = ::renameat(m_folder, m_present.c_str(), m_folder, tmp);
         }
         if (result != -1) {
             m_present = m_temporary;
-            const bool ready = is_at(m_temporary);
-            result = ready ? ::renameat(m_folder, temporary, m_folder, m_name.c_str()) : 0;
+            result = is_at(m_temporary) ? ::renameat(m_folder, tmp, m_folder, m_name.c_str()) : 0;
         }
         const int error = result == -1 ? errno : ENOENT;
         if (!is_at(m_name)) {
@@ -200,26 +199,27 @@ private:
                named.st_ino == opened.st_ino;
     }
 
-    void take_attributes(int old)
+    void take_attributes(int old, int file) const
     {
         const auto absent = [] { return errno == EOPNOTSUPP || errno == ENODATA; };
         // A default list of the folder has given the file one, which the mode would put in force.
-        ssize_t result = ::fremovexattr(m_file.get(), "system.posix_acl_access");
+        ssize_t result = ::fremovexattr(file, "system.posix_acl_access");
         check(m_path, result == -1 && absent() ? 0 : result, "cannot keep the access list");
-
-        std::vector<char> names(XATTR_LIST_MAX);
-        std::vector<char> value(XATTR_SIZE_MAX);
-        result = ::flistxattr(old, names.data(), names.size());
-        check(m_path, result == -1 && absent() ? 0 : result, "cannot read the attributes");
-        for (const char *at = names.data(), *end = at + result; at < end;
-             at += std::strlen(at) + 1) {
+        const ssize_t wanted = ::flistxattr(old, nullptr, 0);
+        const bool none = wanted == 0 || (wanted == -1 && absent());
+        std::vector<char> names(none ? 0 : XATTR_LIST_MAX); // clearing them takes time
+        std::vector<char> value(none ? 0 : XATTR_SIZE_MAX);
+        result = none ? 0 : ::flistxattr(old, names.data(), names.size());
+        check(m_path, result, "cannot read the attributes");
+        for (const char *at = names.data(), *end = at + result; at < end;) {
             const std::string name = at;
+            at += name.size() + 1;
             if (name == "security.ima" || name == "security.evm") {
                 continue;
             }
-            const ssize_t size = ::fgetxattr(old, at, value.data(), value.size());
+            const ssize_t size = ::fgetxattr(old, name.c_str(), value.data(), value.size());
             const auto length = static_cast<std::size_t>(size);
-            result = size == -1 ? -1 : ::fsetxattr(m_file.get(), at, value.data(), length, 0);
+            result = size == -1 ? -1 : ::fsetxattr(file, name.c_str(), value.data(), length, 0);
             if (name.rfind("system.", 0) == 0) { // access lists, of whatever kind
                 check(m_path, result, "cannot keep the access list");
             } else if (errno != EPERM && errno != EACCES && !absent()) {

@@ -52,7 +52,6 @@ struct SaveTest : Workspace, testing::WithParamInterface<bool> {
         fs::create_directory("dir");
     }
     ~SaveTest() override { no_unnamed_files = false; }
-    fwbase::AtomicFile file;
 };
 INSTANTIATE_TEST_SUITE_P(NoUnnamedFiles, SaveTest, testing::Bool());
 
@@ -60,6 +59,9 @@ TEST_P(SaveTest, FailsWithTheReasonAndLeavesNothing)
 {
     const auto error = [](int code) { return [code] { return code; }; };
     const auto swap = [](Text path) { return [path] { return rename("dir/link", path); }; };
+    const auto swap_temporary = [&] {
+        return swap(fs::exists("dir/.conf.part") ? "dir/.conf.part" : "dir/.conf.tmp")();
+    };
     const auto save_other = [] {
         fwbase::AtomicFile other;
         other.load("dir/conf");
@@ -71,7 +73,7 @@ TEST_P(SaveTest, FailsWithTheReasonAndLeavesNothing)
         {"", [] { return unlink("dir/conf") + mkdir("dir/conf", 0700); }, changed},
         {"", swap("dir/conf"), changed},
         {"fsync", swap("dir/conf"), changed},
-        {"renameat", swap(GetParam() ? "dir/.conf.part" : "dir/.conf.tmp"), changed},
+        {"renameat", swap_temporary, changed},
         {"renameat", save_other, changed},
         {"", [] { return mkdir("dir/.conf.tmp", 0700); }, "cannot "},
         {"faccessat", error(EROFS), "the file is not writable"},
@@ -88,6 +90,7 @@ TEST_P(SaveTest, FailsWithTheReasonAndLeavesNothing)
         if (!set("dir/conf", "system.posix_acl_access") && call == string("fsetxattr")) {
             continue;
         }
+        fwbase::AtomicFile file;
         file.load("dir/conf");
         watched = call;
         action = before;
@@ -120,6 +123,7 @@ TEST_P(SaveTest, KeepsAllButTheContent)
     for (const Text attribute : {"no", "user.note", "system.posix_acl_access"}) {
         set("dir/conf", attribute);
         const auto old = state("dir/conf");
+        fwbase::AtomicFile file;
         file.load("link");
         for (const Text bytes : {"once", "twice"}) {
             // Left by a save that was killed; the victim must not be written to.
