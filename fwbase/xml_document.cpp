@@ -239,7 +239,6 @@ std::vector<xmlNode*> select(xmlNode* context, const char* xpath)
     evaluation->userData = xmlStructuredErrorContext;
     const auto result = own(xmlXPathEval(expression, evaluation.get()), xmlXPathFreeObject);
     errors.require(result != nullptr);
-
     const xmlNodeSet* const set = result->nodesetval;
     std::vector<xmlNode*> nodes;
     if (set != nullptr) {
