@@ -93,7 +93,8 @@ public:
     virtual void load(const char* path) = 0;
     /// The root element, which the caller owns.
     virtual IXmlNode* root() = 0;
-    /// Replaces the file by the document, completely or not at all.
+    /// Replaces the file by the document, completely or not at all. At the path that it was loaded
+    /// from, fails with "changed meanwhile" if the file there is no longer the loaded one.
     virtual void save(const char* path) = 0;
     virtual void release() = 0;
 
