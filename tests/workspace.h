@@ -8,7 +8,9 @@
 
 /// Changes to a temporary directory, whose bin/ is first on the search path, and removes it in the
 /// end. bin/ holds stand-ins for chkconfig and sed, so that no test reaches those of the system.
-/// Throws std::runtime_error if programs cannot run there.
+/// `chkconfig --list` prints the file "listing". Every other command prints "done", and fails if
+/// its arguments contain a line of the file "failing". Throws std::runtime_error if programs cannot
+/// run there.
 class Workspace : public testing::Test
 {
 protected:
@@ -17,10 +19,6 @@ protected:
     Workspace();
     ~Workspace() override;
 
-    /// Writes the stand-ins, which every workspace has at first. `chkconfig --list` prints the file
-    /// "listing". Every other command appends its command line and "done" to the file "ran", prints
-    /// "done", and fails if its arguments contain a line of the file "failing".
-    static void install_stand_ins();
     /// Copies the embedded machine here, with its own chkconfig and sed.
     static void install_machine();
 
@@ -39,8 +37,6 @@ private:
 /// A new block with these bytes.
 owned<fwbase::IDataBlock> raw_block(const std::string& bytes);
 
-/// Runs a call and returns what optimize_host prints, without headings and usual codes, for
-/// example "1 6 success", "3 cups 0 none desc success", "failure", "no reply (result 0x040C0001)".
-std::string call(rpc::IIfaceRealize& interface, const host::Call& call);
-/// The same for a call in words, for example "ignore_service on 1 2".
+/// Runs a call such as "ignore_service on 1 2". Returns what optimize_host prints, without headings
+/// and usual codes: "1 6 success", "3 cups 0 none desc success", "no reply (result 0x040C0001)".
 std::string call(rpc::IIfaceRealize& interface, const std::string& line);
