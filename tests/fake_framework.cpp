@@ -7,12 +7,12 @@
 
 #include <forward_list>
 #include <stdexcept>
+#include <variant>
 
 namespace fake
 {
 
 Faults rpc_faults;
-Faults release_faults;
 Faults xml_faults;
 Faults memory_faults;
 Faults exhaustion;
@@ -31,6 +31,13 @@ void note(const char* call, std::uint32_t number)
 namespace
 {
 
+/// Notes a call; true if it is to fail.
+bool step(const char* call, std::uint32_t number, ec::EC expected)
+{
+    note(call, number);
+    return rpc_faults.strike(call, expected);
+}
+
 /// A message that can be written short or claim another size.
 class Message final : public rpc::IRequest
 {
@@ -39,8 +46,7 @@ public:
 
     std::uint32_t write(unsigned char* buffer, std::uint32_t size) override
     {
-        note("write", size);
-        return rpc_faults.strike("write", 0x040C000B) ? size - 1 : m_real->write(buffer, size);
+        return step("write", size, 0x040C000B) ? size - 1 : m_real->write(buffer, size);
     }
     int read(const unsigned char* data, std::uint32_t size) override
     {
@@ -100,7 +106,7 @@ class Framework final : public fwbase::IFWBase,
     void release() override
     {
         --rpc_references;
-        if (release_faults.strike("release")) {
+        if (rpc_faults.strike("release")) {
             throw std::runtime_error("release");
         }
     }
@@ -108,12 +114,11 @@ class Framework final : public fwbase::IFWBase,
     void free(void* storage) override { real().mem_manager()->free(storage); }
     ec::EC new_block(fwbase::IDataBlock*& block, std::uint32_t size) override
     {
-        note("new_block", size);
-        fwbase::IDataBlock* made = nullptr;
-        if (rpc_faults.strike("new_block", 0x04020001) ||
-            !ec::succeeded(real().mem_manager()->new_block(made, size))) {
-            return 0x04020001;
+        if (step("new_block", size, 0x04020001)) {
+            return rpc_faults.code;
         }
+        fwbase::IDataBlock* made = nullptr;
+        real().mem_manager()->new_block(made, size);
         owned<fwbase::IDataBlock> guard(made);
         block = new Block(std::move(guard));
         return block_made;
@@ -127,7 +132,7 @@ class Framework final : public fwbase::IFWBase,
     ec::EC query(const char* name, void** object) override
     {
         EXPECT_STREQ(name, "obj.fws.rpc");
-        if (rpc_faults.strike("query", 0x04010001)) {
+        if (step("query", 0, 0x04010001)) {
             return rpc_faults.code;
         }
         ++rpc_references;
@@ -136,29 +141,22 @@ class Framework final : public fwbase::IFWBase,
     }
     rpc::IRequest* new_request(const char* name) override
     {
-        note("new_request");
-        return rpc_faults.strike("new_request", 0x040C0008)
-                   ? nullptr
-                   : Message::wrap(m_factory.new_request(name));
+        const bool fails = step("new_request", 0, 0x040C0008);
+        return fails ? nullptr : Message::wrap(m_factory.new_request(name));
     }
     rpc::IRequest* new_reply(rpc::ICommand* command, ec::EC code) override
     {
-        note("new_reply", code);
-        return rpc_faults.strike("new_reply", 0x040C0009)
-                   ? nullptr
-                   : Message::wrap(m_factory.new_reply(command, code));
+        const bool fails = step("new_reply", code, 0x040C0009);
+        return fails ? nullptr : Message::wrap(m_factory.new_reply(command, code));
     }
     rpc::IParams* new_record() override
     {
-        note("new_record");
-        return rpc_faults.strike("new_record", 0x040C0007) ? nullptr : m_factory.new_record();
+        return step("new_record", 0, 0x040C0007) ? nullptr : m_factory.new_record();
     }
     rpc::IParam* new_param(unsigned type, const void* value, int hand_over) override
     {
-        note(hand_over != 0 ? "new_param handed over" : "new_param borrowed", type);
-        return rpc_faults.strike("new_param", 0x040C0006)
-                   ? nullptr
-                   : m_factory.new_param(type, value, hand_over);
+        const char* const name = hand_over != 0 ? "new_param handed over" : "new_param borrowed";
+        return step(name, type, 0x040C0006) ? nullptr : m_factory.new_param(type, value, hand_over);
     }
 
     static fwbase::IFWBase& real() { return fwbase::reference_framework(); }
@@ -170,9 +168,10 @@ class Framework final : public fwbase::IFWBase,
 class Xml final : public IXmlDocument, public IXmlNode, public IXmlNodeList
 {
 public:
-    explicit Xml(IXmlDocument* real) : m_document(real) {}
-    explicit Xml(IXmlNode* real) : m_node(real) {}
-    explicit Xml(IXmlNodeList* real) : m_list(real) {}
+    template <class Real>
+    explicit Xml(Real* real) : m_real(owned<Real>(real))
+    {
+    }
 
     /// A wrapper that the user releases, or null for null.
     template <class Real>
@@ -199,48 +198,43 @@ public:
         }
     }
 
-    void load(const char* path) override { document().load(path); }
-    IXmlNode* root() override { return give_out(document().root()); }
+    void load(const char* path) override { real<IXmlDocument>().load(path); }
+    IXmlNode* root() override { return give_out(real<IXmlDocument>().root()); }
     void save(const char* path) override
     {
         note("save");
-        document().save(path);
+        real<IXmlDocument>().save(path);
     }
     IXmlNode* attribute(const char* name) override
     {
         note(name);
-        return &m_attributes.emplace_front(node().attribute(name));
+        return &m_attributes.emplace_front(real<IXmlNode>().attribute(name));
     }
-    std::string value() override { return node().value(); }
-    void setValue(const char* text) override { node().setValue(text); }
+    std::string value() override { return real<IXmlNode>().value(); }
+    void setValue(const char* text) override { real<IXmlNode>().setValue(text); }
     IXmlNodeList* selectNodes(const char* path) override
     {
-        return give_out(node().selectNodes(path));
+        return give_out(real<IXmlNode>().selectNodes(path));
     }
     IXmlNode* selectSingleNode(const char* path) override
     {
-        return give_out(node().selectSingleNode(path));
+        return give_out(real<IXmlNode>().selectSingleNode(path));
     }
-    IXmlNode* item(int position) override { return give_out(list().item(position)); }
-    int count() override { return list().count(); }
+    IXmlNode* item(int position) override { return give_out(real<IXmlNodeList>().item(position)); }
+    int count() override { return real<IXmlNodeList>().count(); }
 
 private:
     // The real object, unless the call is to fail.
     template <class Real>
-    static Real& unless_failed(const owned<Real>& real)
+    Real& real()
     {
         step("another");
-        return *real;
+        return *std::get<owned<Real>>(m_real);
     }
-    IXmlDocument& document() { return unless_failed(m_document); }
-    IXmlNode& node() { return unless_failed(m_node); }
-    IXmlNodeList& list() { return unless_failed(m_list); }
 
     static inline Xml* s_newest = nullptr;
     Xml* m_older = nullptr;
-    owned<IXmlDocument> m_document;
-    owned<IXmlNode> m_node;
-    owned<IXmlNodeList> m_list;
+    std::variant<owned<IXmlDocument>, owned<IXmlNode>, owned<IXmlNodeList>> m_real;
     std::forward_list<Xml> m_attributes; // never released by the user
 };
 

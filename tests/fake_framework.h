@@ -27,11 +27,10 @@ struct Faults {
     }
 };
 
-extern Faults rpc_faults;     // null, zero, or a failure code
-extern Faults release_faults; // an exception from the RPC service's release
-extern Faults xml_faults;     // CLiteXmlException
-extern Faults memory_faults;  // null from the non-throwing new
-extern Faults exhaustion;     // std::bad_alloc from the throwing new
+extern Faults rpc_faults;    // null, zero or a failure code; std::runtime_error from release
+extern Faults xml_faults;    // CLiteXmlException
+extern Faults memory_faults; // null from the non-throwing new
+extern Faults exhaustion;    // std::bad_alloc from the throwing new
 
 constexpr ec::EC block_made = 0x84020007; // the memory manager's code for a block
 
