@@ -48,6 +48,10 @@ void operator delete(void* storage, std::size_t) noexcept
 {
     operator delete(storage);
 }
+void operator delete(void* storage, const std::nothrow_t&) noexcept
+{
+    operator delete(storage);
+}
 void operator delete[](void* storage) noexcept
 {
     operator delete(storage);

@@ -1,9 +1,7 @@
-// The configuration store: what it reads and writes, and what remains when the XML library fails.
+// The configuration store: what it reads and writes.
 #include "conf/conf.h"
-#include "framework/xml.h"
 #include "tests/fake_framework.h"
 
-#include <functional>
 #include <gmock/gmock.h>
 #include <sstream>
 
@@ -117,49 +115,6 @@ TEST_F(ConfTest, ReconcilesEveryEntryWithTheMachine)
     Items items;
     EXPECT_TRUE(CConf::GetValidServiceList({}, items));
     EXPECT_EQ(read(conf_path), "<kavra_conf a=\"1\"/>\n");
-}
-
-TEST_F(ConfTest, SurvivesFailuresOfTheXmlLibraryAndOfMemory)
-{
-    const CLiteXmlException longest(std::string(200, 'x'), 0, ""); // sizes what the library keeps
-    const CServiceMap live = {{{"a", {"3", false}}}};
-    unsigned int number = 0;
-    Items items;
-    std::vector<ServiceOptimize> services;
-    const std::pair<const char*, std::function<bool()>> operations[] = {
-        {"get", [&] { return CConf::GetOptimizeScore(number); }},
-        {"set", [&] { return CConf::SetOptimizeScore(1); }},
-        {"list", [&] { return CConf::GetValidServiceList(live, items); }},
-        {"select", [&] { return CConf::GetServiceFromConfigByOp(services, OPT_NONE); }},
-        {"modify", [&] {
-             return CConf::ModifyOpByIds({1, 2}, OPT_IGNORED);
-         }}};
-    for (const auto& [name, operation] : operations) {
-        for (fake::Faults* const faults : {&fake::xml_faults, &fake::memory_faults}) {
-            fake::sweep(*faults, [&, name = name, &operation = operation] {
-                write_conf(info("1", "a", "0", "L", "7") + info("2", "b", "0", "L", "7"));
-                const std::string before = read(conf_path);
-                number = 0;
-                const bool done = operation();
-                const std::string_view failed = faults->failed;
-                SCOPED_TRACE(testing::Message() << name << ", failed: " << failed);
-                if (failed != "new") { // without memory a text may also be empty
-                    EXPECT_EQ(done, failed.empty());
-                }
-                if (!done) {
-                    EXPECT_EQ(number, 0U);
-                    EXPECT_EQ(failed == "release" ? before : read(conf_path), before);
-                }
-                for (const rpc::SystemOptimize_Item& item : items) {
-                    EXPECT_NE(item.name, nullptr);
-                    EXPECT_NE(item.desc, nullptr);
-                }
-                rpc::free_strings(items);
-                items = Items();
-                services = std::vector<ServiceOptimize>();
-            });
-        }
-    }
 }
 
 } // namespace

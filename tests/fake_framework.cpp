@@ -1,10 +1,10 @@
 #include "tests/fake_framework.h"
 
 #include "framework/xml.h"
-#include "fwbase/framework.h"
 #include "fwbase/message.h"
 #include "fwbase/xml_document.h"
 
+#include <cstdlib>
 #include <forward_list>
 #include <stdexcept>
 #include <variant>
@@ -50,7 +50,6 @@ public:
     }
     int read(const unsigned char* data, std::uint32_t size) override
     {
-        note("read", size);
         return m_real->read(data, size);
     }
     std::uint32_t size() override { return reply_size != 0 ? reply_size : m_real->size(); }
@@ -75,20 +74,16 @@ private:
 class Block final : public fwbase::IDataBlock
 {
 public:
-    explicit Block(owned<fwbase::IDataBlock> real) : m_real(std::move(real)) {}
+    explicit Block(std::uint32_t size) : m_bytes(size) {}
 
-    const unsigned char* data() const override { return m_real->data(); }
-    std::uint32_t size() const override { return m_real->size(); }
+    const unsigned char* data() const override { return m_bytes.data(); }
+    std::uint32_t size() const override { return static_cast<std::uint32_t>(m_bytes.size()); }
     void release() override { delete this; }
-    unsigned char* buffer() override { return m_real->buffer(); }
-    void set_size(std::uint32_t size) override
-    {
-        note("set_size", size);
-        m_real->set_size(size);
-    }
+    unsigned char* buffer() override { return m_bytes.data(); }
+    void set_size(std::uint32_t size) override { note("set_size", size); }
 
 private:
-    owned<fwbase::IDataBlock> m_real;
+    std::vector<unsigned char> m_bytes;
 };
 
 /// All of the framework's objects in one.
@@ -110,17 +105,14 @@ class Framework final : public fwbase::IFWBase,
             throw std::runtime_error("release");
         }
     }
-    void* alloc(std::size_t size) override { return real().mem_manager()->alloc(size); }
-    void free(void* storage) override { real().mem_manager()->free(storage); }
+    void* alloc(std::size_t size) override { return std::malloc(size); }
+    void free(void* storage) override { std::free(storage); }
     ec::EC new_block(fwbase::IDataBlock*& block, std::uint32_t size) override
     {
         if (step("new_block", size, 0x04020001)) {
             return rpc_faults.code;
         }
-        fwbase::IDataBlock* made = nullptr;
-        real().mem_manager()->new_block(made, size);
-        owned<fwbase::IDataBlock> guard(made);
-        block = new Block(std::move(guard));
+        block = new Block(size);
         return block_made;
     }
     void log(std::uint32_t type, const char* text, const char* where) override
@@ -158,8 +150,6 @@ class Framework final : public fwbase::IFWBase,
         const char* const name = hand_over != 0 ? "new_param handed over" : "new_param borrowed";
         return step(name, type, 0x040C0006) ? nullptr : m_factory.new_param(type, value, hand_over);
     }
-
-    static fwbase::IFWBase& real() { return fwbase::reference_framework(); }
 
     fwbase::MsgFactory m_factory;
 };
