@@ -1,7 +1,10 @@
 #include "host/call.h"
 
+#include "fwbase/xml_document.h"
+
 #include <cstring>
 #include <new>
+#include <stdexcept>
 
 namespace host
 {
@@ -85,6 +88,22 @@ owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDa
     result = interface.call_func(&block, out, &receiver);
     const owned<fwbase::IDataBlock> reply(out);
     return reply ? decode(*reply) : nullptr;
+}
+
+std::vector<unsigned int> run_silently(const Call& call, rpc::IIfaceRealize& interface)
+{
+    std::vector<unsigned int> handled;
+    const auto on_item = [&handled](const fwbase::Message& item) { add_ids(item, handled); };
+    fwbase::take_last_xml_error(); // discard the error of an earlier call
+    ec::EC result = 0;
+    const owned<fwbase::Message> reply =
+        run_call(interface, *make_call_block(call), on_item, result);
+    if (!reply || !ec::succeeded(reply->code())) {
+        const std::string reason = fwbase::take_last_xml_error();
+        throw std::runtime_error(call.operation +
+                                 (reason.empty() ? " failed" : " failed: " + reason));
+    }
+    return handled;
 }
 
 void add_ids(const fwbase::Message& reply, std::vector<unsigned int>& ids)

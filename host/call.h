@@ -22,6 +22,8 @@ struct Arguments {
 struct Call {
     std::string operation;
     Arguments arguments;
+    /// Services by id or name, if one of them is a name. They become the ids before the call.
+    std::vector<std::string> services = {};
 };
 
 /// Encodes a call as a block with an empty header extension. Throws std::bad_alloc.
@@ -32,6 +34,10 @@ owned<fwbase::IDataBlock> make_call_block(const Call& call);
 owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
                                 const std::function<void(const fwbase::Message&)>& on_item,
                                 ec::EC& result);
+
+/// Runs a call and returns the ids that it handled. Throws std::runtime_error, whose text names the
+/// operation and the reason, if it fails.
+std::vector<unsigned int> run_silently(const Call& call, rpc::IIfaceRealize& interface);
 
 /// Appends the ids in the lists of a reply: those that the operation handled.
 void add_ids(const fwbase::Message& reply, std::vector<unsigned int>& ids);

@@ -1,5 +1,6 @@
 #include "host/configuration_lock.h"
 
+#include "host/configuration.h"
 #include "host/standard_streams.h"
 
 #include <cerrno>

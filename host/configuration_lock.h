@@ -8,9 +8,6 @@
 namespace host
 {
 
-/// The module's configuration, relative to the working directory.
-constexpr const char* configuration_path = "./config/system_operation/conf.xml";
-
 /// Holds the exclusive lock on the configuration: a lock on the file "conf.xml.lock" beside it.
 ///
 /// The commands that the module starts inherit the descriptor, and the lock ends when the last copy
