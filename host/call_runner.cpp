@@ -3,10 +3,13 @@
 #include "fwbase/xml_document.h"
 #include "host/configuration_lock.h"
 #include "host/journal.h"
+#include "host/options.h"
 #include "host/recovery.h"
 #include "host/search_path.h"
+#include "host/service_changes.h"
 #include "host/signals.h"
 #include "host/standard_streams.h"
+#include "host/working_folder.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -19,20 +22,22 @@ namespace
 {
 
 constexpr const char* no_chkconfig = "no chkconfig on the search path";
+constexpr const char* no_service_listed = "none of the configured services is on: they are off or "
+                                          "not installed, or chkconfig cannot list "
+                                          "them; see chkconfig --list";
 
 /// An operation that writes.
 struct Effects {
     std::string_view operation;
     bool uses_chkconfig;
-    bool switches; ///< switches services on the machine
-    bool changes;  ///< changes the state of the given services
+    bool switches; ///< services on the machine
 };
 
-constexpr Effects all_effects[] = {{"ls_service", true, false, false},
-                                   {"optimize_service", true, true, true},
-                                   {"restore_service", true, true, true},
-                                   {"ignore_service", false, false, true},
-                                   {"set_optimize_sorce", false, false, false}};
+constexpr Effects all_effects[] = {{"ls_service", true, false},
+                                   {"optimize_service", true, true},
+                                   {"restore_service", true, true},
+                                   {"ignore_service", false, false},
+                                   {"set_optimize_sorce", false, false}};
 
 /// Null for an operation that only reads.
 const Effects* effects_of(const Call& call)
@@ -47,10 +52,9 @@ const Effects* effects_of(const Call& call)
 class Transaction
 {
 public:
-    /// Waits for the lock, completes an interrupted call, and begins the journal. Throws
-    /// std::runtime_error if the call must not be made.
-    Transaction(const Call& call, const Effects& effects, const std::string& subject,
-                rpc::IIfaceRealize& interface)
+    /// Waits for the lock and completes an interrupted call. Throws std::runtime_error if no call
+    /// must be made.
+    Transaction(const std::string& subject, rpc::IIfaceRealize& interface)
     {
         if (!m_lock) {
             return; // the configuration's folder is missing: the module fails and says so
@@ -59,7 +63,12 @@ public:
             complete(*interrupted, subject, interface);
         }
         m_journal.clear();
-        if (effects.switches) {
+    }
+
+    /// Begins the journal of a call that switches services. Throws std::runtime_error.
+    void begin(const Call& call) const
+    {
+        if (m_lock) {
             m_journal.write(call);
         }
     }
@@ -99,7 +108,11 @@ private:
 /// Why an operation failed.
 std::string failure_of(const Call& call)
 {
-    std::string reason = fwbase::take_last_xml_error();
+    const std::string reason = fwbase::take_last_xml_error();
+    const std::string missing = missing_configuration();
+    if (!missing.empty()) {
+        return missing;
+    }
     if (!reason.empty()) {
         return reason;
     }
@@ -119,15 +132,65 @@ Operations operations_of(const rpc::IIfaceRealize& interface)
 bool is_known(const std::string& operation, const rpc::IIfaceRealize& interface)
 {
     const Operations all = operations_of(interface);
-    return std::any_of(all.begin(), all.end(),
+    return operation == "attributes" || operation == "operations" ||
+           std::any_of(all.begin(), all.end(),
                        [&operation](const auto* each) { return each->name == operation; });
+}
+
+/// The configured services. None if the file cannot be read: the module reports that.
+std::vector<Entry> try_read_configuration()
+{
+    try {
+        return read_configuration();
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
+/// Replaces names by ids. Before it switches off services by name it lists, because nobody has to
+/// have seen a listing to know a name: the run levels must be recorded. Restoring and ignoring do
+/// without: a listing while xinetd is off would forget what was switched off. Throws
+/// std::exception.
+void resolve_names(Call& call, rpc::IIfaceRealize& interface)
+{
+    const std::string missing = missing_configuration();
+    if (!missing.empty()) {
+        throw std::runtime_error(missing);
+    }
+    call.arguments.ids = find_ids(call.services, read_configuration());
+    if (call.operation == "optimize_service") {
+        run_silently({"ls_service", {}}, interface);
+    }
+}
+
+/// Describes what was not handled, one service per line.
+void complain_about(const Ending& ending, const std::string& subject)
+{
+    const auto label = [](const Unhandled& each) {
+        const std::string id = std::to_string(each.id);
+        return each.name.empty() ? "id " + id : each.name + " (" + id + ")";
+    };
+    for (const Unhandled& each : ending.unchanged) {
+        complain(subject + label(each) + " is " + each.reason);
+    }
+    for (const Unhandled& each : ending.not_handled) {
+        std::string text = subject + label(each) + " not handled: " + each.reason;
+        if (each.reason == command_failed) {
+            text += ", perhaps halfway; see chkconfig --list " + each.name;
+        }
+        complain(text);
+    }
 }
 
 } // namespace
 
-ExitStatus run(const Call& call, const std::string& origin, rpc::IIfaceRealize& interface,
-               Printer& printer)
+ExitStatus run(const std::vector<std::string>& words, const std::string& origin,
+               rpc::IIfaceRealize& interface, Printer& printer)
 {
+    if (!is_known(words.front(), interface)) {
+        throw UsageError(words.front() + ": no such operation; see optimize_host --help");
+    }
+    Call call = to_call(words);
     if (call.operation == "attributes") {
         printer.attributes(*interface.iatt());
         return success;
@@ -138,23 +201,44 @@ ExitStatus run(const Call& call, const std::string& origin, rpc::IIfaceRealize& 
     }
 
     const std::string subject = origin + call.operation + ": ";
+    const auto refuse = [&](const std::exception& error, ExitStatus status) {
+        complain(subject + error.what());
+        printer.refused(error.what());
+        return status;
+    };
     const Effects* const effects = effects_of(call);
+    const Change* const change = change_of(call);
     std::optional<Transaction> transaction;
+    std::vector<Entry> entries;
     try {
         if (effects != nullptr) {
             if (effects->uses_chkconfig && !is_on_search_path("chkconfig")) {
                 throw std::runtime_error(no_chkconfig);
             }
-            transaction.emplace(call, *effects, subject, interface);
+            transaction.emplace(subject, interface);
+        }
+        if (!call.services.empty()) {
+            try {
+                resolve_names(call, interface);
+            } catch (const std::exception& error) {
+                return refuse(error, operation_failed);
+            }
+        }
+        if (effects != nullptr && effects->switches) {
+            transaction->begin(call);
         }
     } catch (const std::runtime_error& error) {
-        complain(subject + error.what());
-        printer.refused(error.what());
-        return no_reply;
+        return refuse(error, no_reply);
+    }
+    if (change != nullptr || call.operation == "ls_service") {
+        entries = try_read_configuration();
+        printer.begin(names_of(entries, change));
     }
 
     std::vector<unsigned int> handled;
+    std::size_t items = 0;
     const auto on_item = [&](const fwbase::Message& item) {
+        ++items;
         add_ids(item, handled);
         printer.item(item);
     };
@@ -173,9 +257,8 @@ ExitStatus run(const Call& call, const std::string& origin, rpc::IIfaceRealize& 
     if (succeeded && call.arguments.ids) {
         missing = missing_ids(*call.arguments.ids, handled);
     }
-    const bool is_incomplete = effects != nullptr && effects->changes && !missing.empty();
-    if (is_incomplete) {
-        ending.not_handled = missing;
+    if (change != nullptr) {
+        explain(missing, entries, *change, ending);
     }
     if (reply && !succeeded) {
         ending.error = failure_of(call);
@@ -183,18 +266,22 @@ ExitStatus run(const Call& call, const std::string& origin, rpc::IIfaceRealize& 
     printer.end(ending);
 
     if (!reply) {
-        complain(subject +
-                 (is_known(call.operation, interface) ? "no reply" : "no such operation"));
+        complain(subject + "no reply");
         return no_reply;
     }
     if (!succeeded) {
         complain(subject + ending.error);
         return operation_failed;
     }
-    if (!missing.empty()) {
+    if (change != nullptr) {
+        complain_about(ending, subject);
+    } else if (!missing.empty()) {
         complain(subject + "not handled:" + to_text(missing));
     }
-    return is_incomplete ? operation_failed : success;
+    if (call.operation == "ls_service" && items == 0) {
+        complain(subject + (entries.empty() ? "no service is configured" : no_service_listed));
+    }
+    return ending.not_handled.empty() ? success : operation_failed;
 }
 
 } // namespace host

@@ -46,7 +46,10 @@ std::optional<Call> Journal::read() const
         const bool switches =
             !words.empty() && (words[0] == "optimize_service" || words[0] == "restore_service");
         if (switches && text.find('\n') == std::string::npos) {
-            return to_call(words);
+            Call call = to_call(words);
+            if (call.services.empty()) {
+                return call;
+            }
         }
     } catch (const UsageError&) { // reported below
     }

@@ -2,8 +2,10 @@
 #include "host/call_runner.h"
 #include "host/module.h"
 #include "host/options.h"
+#include "host/search_path.h"
 #include "host/signals.h"
 #include "host/standard_streams.h"
+#include "host/working_folder.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -12,7 +14,6 @@
 namespace
 {
 
-using host::Call;
 using host::complain;
 using host::ExitStatus;
 using host::File;
@@ -38,6 +39,21 @@ private:
     ssize_t m_length = 0;
 };
 
+/// Runs the call in a line or on the command line, and prints why it is not one.
+template <class GetWords>
+ExitStatus run_call(GetWords get_words, const std::string& origin, rpc::IIfaceRealize& interface,
+                    host::Printer& printer)
+{
+    try {
+        const std::vector<std::string> words = get_words();
+        return words.empty() ? host::success : host::run(words, origin, interface, printer);
+    } catch (const UsageError& error) {
+        complain(origin + error.what());
+        printer.refused(error.what());
+        return host::wrong_usage;
+    }
+}
+
 /// Runs the call on each line and returns the highest status. The answers to a call are written
 /// before the next call is read.
 ExitStatus run_lines(std::FILE* in, std::FILE* out, rpc::IIfaceRealize& interface,
@@ -47,18 +63,8 @@ ExitStatus run_lines(std::FILE* in, std::FILE* out, rpc::IIfaceRealize& interfac
     Line line;
     for (int number = 1; line.read(in); ++number) {
         const std::string origin = host::input_name + (":" + std::to_string(number)) + ": ";
-        ExitStatus status = host::success;
-        try {
-            const std::vector<std::string> words = host::split(line.text());
-            if (!words.empty()) {
-                status = host::run(host::to_call(words), origin, interface, printer);
-            }
-        } catch (const UsageError& error) {
-            complain(origin + error.what());
-            printer.refused(error.what());
-            status = host::wrong_usage;
-        }
-        worst = std::max(worst, status);
+        worst = std::max(worst, run_call([&line] { return host::split(line.text()); }, origin,
+                                         interface, printer));
         host::require_written(out);
     }
     if (std::feof(in) == 0) { // an error, or a line for which there is no memory
@@ -69,18 +75,18 @@ ExitStatus run_lines(std::FILE* in, std::FILE* out, rpc::IIfaceRealize& interfac
 
 ExitStatus run(const Options& options)
 {
-    // Check the words before loading the module.
     const bool from_input = options.task == Options::Task::calls_from_input;
-    const Call call = from_input ? Call() : host::to_call(options.words);
     const File in = from_input ? host::take_standard_input() : nullptr;
     const File out = host::take_standard_output();
     const std::unique_ptr<host::Printer> printer =
-        options.json ? host::json_printer(out.get())
-                     : host::table_printer(out.get(), host::is_colored(out.get()));
-    const host::Module module(options.module);
-    const ExitStatus status = from_input
-                                  ? run_lines(in.get(), out.get(), module.interface(), *printer)
-                                  : host::run(call, "", module.interface(), *printer);
+        options.json ? host::json_printer(out.get()) : host::table_printer(out.get(), stderr);
+    const host::Module module(options.module); // before its relative path changes its meaning
+    host::make_search_path_absolute();
+    host::enter_working_folder(options.directory);
+    const ExitStatus status =
+        from_input
+            ? run_lines(in.get(), out.get(), module.interface(), *printer)
+            : run_call([&options] { return options.words; }, "", module.interface(), *printer);
     host::require_written(out.get());
     return status;
 }

@@ -15,46 +15,54 @@
 namespace host
 {
 
+const char* const installed_directory = INSTALLED_DIRECTORY;
+
 const char* const help =
-    R"(Usage: optimize_host [--module FILE] [--json] OPERATION [ARGUMENT...]
-       optimize_host [--module FILE] [--json] -    read calls from standard input
+    R"(Usage: optimize_host [OPTION...] OPERATION [ARGUMENT...]
+       optimize_host [OPTION...] -      read calls from standard input
 
-Calls an Optimize_Option module on ./config/system_operation/conf.xml.
+Lists, switches off and restores services through an Optimize_Option module.
+A SERVICE is a name or an id of ls_service.
 
-  ls_service                    list the candidate services and their states
-  optimize_service ID...        switch services off
-  restore_service ID...         switch them back on
-  ignore_service on|off ID...   mark services as ignored, or remove the mark
-  get_optimize_sorce            print the score
-  set_optimize_sorce SCORE      set the score
-  get_optimize_num              print the count
-  attributes | operations       describe the interface | list all its operations
+  ls_service                         list the candidate services and their states
+  optimize_service SERVICE...        switch services off
+  restore_service SERVICE...         switch them back on
+  ignore_service on|off SERVICE...   mark services as ignored, or remove the mark
+  get_optimize_sorce | get_optimize_num    print the score, the count
+  set_optimize_sorce SCORE           set the score
+  attributes | operations            describe the interface | list all operations
 
-  -m, --module FILE             load FILE instead of the installed module
-  -j, --json                    print one JSON object per line
-  -h, --help  -V, --version     print this help, or the version
+  -C, --directory DIR    work in DIR, instead of here or )" INSTALLED_DIRECTORY R"(
+  -m, --module FILE      load FILE instead of the installed module
+  -j, --json             print one JSON object per line
+  -h, --help  -V, --version   print this help, or the version
 
-Examples: optimize_host ls_service
-          optimize_host optimize_service 3 30
-          printf 'ignore_service on 2\nls_service\n' | optimize_host --json -
-
+Examples: optimize_host optimize_service cups rsync
+          printf 'ignore_service on atd\nls_service\n' | optimize_host --json -
 Exit: 0 success, 1 operation failed, 2 wrong usage, 3 no module, reply or output
 )";
 
 namespace
 {
 
-rpc::int32 to_number(const std::string& text)
+/// The arguments of the operations with a prefix.
+struct Usage {
+    std::string_view prefix;
+    const char* arguments;
+};
+
+constexpr Usage usages[] = {{"set_", " NUMBER"},
+                            {"ignore_service", " on|off SERVICE..."},
+                            {"optimize_service", " SERVICE..."},
+                            {"restore_service", " SERVICE..."},
+                            {"ignore_", " on|off ID..."},
+                            {"optimize_", " ID..."},
+                            {"restore_", " ID..."},
+                            {"", ""}};
+
+bool begins_with(const std::string& text, std::string_view start)
 {
-    const bool digits = !text.empty() && std::all_of(text.begin(), text.end(), [](char character) {
-        return character >= '0' && character <= '9';
-    });
-    errno = 0;
-    const unsigned long long number = digits ? std::strtoull(text.c_str(), nullptr, 10) : 0;
-    if (!digits || errno != 0 || number > UINT32_MAX) {
-        throw UsageError("'" + text + "' is not a number from 0 to 4294967295");
-    }
-    return static_cast<rpc::int32>(number);
+    return text.compare(0, start.size(), start) == 0;
 }
 
 bool to_flag(const std::string& text)
@@ -72,7 +80,7 @@ std::string refusal_of(const std::string& word)
     if (optopt == 0) {
         return word + ": no such option";
     }
-    if (std::strchr("mjhV", optopt) != nullptr) {
+    if (std::strchr("CmjhV", optopt) != nullptr) {
         // optopt is a known letter, so its long option was given an argument it does not take.
         return word + ": takes no argument";
     }
@@ -83,7 +91,8 @@ std::string refusal_of(const std::string& word)
 
 Options parse_options(int argc, char** argv)
 {
-    static const option long_options[] = {{"module", required_argument, nullptr, 'm'},
+    static const option long_options[] = {{"directory", required_argument, nullptr, 'C'},
+                                          {"module", required_argument, nullptr, 'm'},
                                           {"json", no_argument, nullptr, 'j'},
                                           {"help", no_argument, nullptr, 'h'},
                                           {"version", no_argument, nullptr, 'V'},
@@ -92,8 +101,11 @@ Options parse_options(int argc, char** argv)
     options.module = installed_module();
     opterr = 0;
     for (int letter = 0;
-         (letter = getopt_long(argc, argv, "+:m:jhV", long_options, nullptr)) != -1;) {
+         (letter = getopt_long(argc, argv, ":C:m:jhV", long_options, nullptr)) != -1;) {
         switch (letter) {
+        case 'C':
+            options.directory = optarg;
+            break;
         case 'm':
             options.module = optarg;
             break;
@@ -125,36 +137,72 @@ Options parse_options(int argc, char** argv)
     return options;
 }
 
+bool is_id(const std::string& word)
+{
+    return !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
+}
+
+rpc::int32 to_number(const std::string& text)
+{
+    errno = 0;
+    const unsigned long long number = is_id(text) ? std::strtoull(text.c_str(), nullptr, 10) : 0;
+    if (!is_id(text) || errno != 0 || number > UINT32_MAX) {
+        throw UsageError("'" + text + "' is not a number from 0 to 4294967295");
+    }
+    return static_cast<rpc::int32>(number);
+}
+
 Call to_call(const std::vector<std::string>& words)
 {
-    auto word = words.begin();
-    Call call{*word++, {}};
-    if (call.operation.size() > UINT16_MAX) {
-        throw UsageError("the operation's name is too long");
-    }
-    const auto begins_with = [&call](std::string_view start) {
-        return call.operation.compare(0, start.size(), start) == 0;
+    Call call{words.front(), {}};
+    const std::string& operation = call.operation;
+    const Usage& usage =
+        *std::find_if(std::begin(usages), std::end(usages), [&operation](const Usage& each) {
+            return begins_with(operation, each.prefix);
+        });
+    const std::string_view arguments = usage.arguments;
+    const auto takes = [arguments](const char* what) {
+        return arguments.find(what) != std::string_view::npos;
     };
+    auto word = words.begin() + 1;
     const auto next = [&](const char* what) -> const std::string& {
         if (word == words.end()) {
-            throw UsageError(call.operation + ": " + what + " is missing");
+            throw UsageError(std::string(what) + " is missing");
         }
         return *word++;
     };
-    if (begins_with("set_")) {
-        call.arguments.value = to_number(next("the value"));
-    }
-    if (begins_with("ignore_")) {
-        call.arguments.flag = to_flag(next("on or off"));
-    }
-    if (begins_with("ignore_") || begins_with("optimize_") || begins_with("restore_")) {
-        call.arguments.ids = {to_number(next("the id"))};
-        while (word != words.end()) {
-            call.arguments.ids->push_back(to_number(*word++));
+    try {
+        if (takes("NUMBER")) {
+            call.arguments.value = to_number(next("the value"));
         }
-    }
-    if (word != words.end()) {
-        throw UsageError(call.operation + ": '" + *word + "' is one argument too many");
+        if (takes("on|off")) {
+            call.arguments.flag = to_flag(next("on or off"));
+        }
+        if (takes("ID") || takes("SERVICE")) {
+            next(takes("ID") ? "the id" : "the service");
+            const std::vector<std::string> services(word - 1, words.end());
+            word = words.end();
+            std::vector<unsigned int> ids;
+            for (const std::string& service : services) {
+                if (service.empty()) {
+                    throw UsageError("'' is no service");
+                }
+                if (takes("ID") || is_id(service)) {
+                    ids.push_back(to_number(service));
+                }
+            }
+            if (ids.size() == services.size()) {
+                call.arguments.ids = ids;
+            } else {
+                call.services = services;
+            }
+        }
+        if (word != words.end()) {
+            throw UsageError("'" + *word + "' is one argument too many");
+        }
+    } catch (const UsageError& error) {
+        throw UsageError(operation + ": " + error.what() + "; usage: " + operation +
+                         usage.arguments);
     }
     return call;
 }

@@ -19,10 +19,14 @@ struct Options {
     enum class Task { call, calls_from_input, help, version };
 
     Task task = Task::call;
-    std::string module; ///< file to load
+    std::string module;                   ///< file to load
+    std::optional<std::string> directory; ///< to work in
     bool json = false;
     std::vector<std::string> words; ///< the operation and its arguments
 };
+
+/// The folder with the configuration of an installation; absolute.
+extern const char* const installed_directory;
 
 /// Output of `--help`; fits a screen of 24 lines.
 extern const char* const help;
@@ -30,8 +34,15 @@ extern const char* const help;
 /// Throws UsageError.
 Options parse_options(int argc, char** argv);
 
+/// Whether a word that stands for a service is its id: it has digits only. Otherwise it is a name.
+bool is_id(const std::string& word);
+
+/// Throws UsageError if it is not a number from 0 to 4294967295.
+rpc::int32 to_number(const std::string& text);
+
 /// Makes a call from an operation's name and its arguments. The prefix of the name decides which
-/// arguments are expected; only the module knows whether the operation exists. Throws UsageError.
+/// arguments are expected; only the module knows whether the operation exists. Throws UsageError,
+/// whose text names the operation and its arguments.
 Call to_call(const std::vector<std::string>& words);
 
 /// Splits a line at white space. Returns no words for a blank line or a comment ('#'). Throws

@@ -1,6 +1,8 @@
 #include "host/printer.h"
 
 #include "fwbase/text.h"
+#include "host/configuration.h"
+#include "host/standard_streams.h"
 #include "host/text.h"
 
 #include <algorithm>
@@ -28,21 +30,32 @@ constexpr const char* good = "32";
 constexpr const char* noticed = "33";
 } // namespace style
 
-/// How a state of a service is shown.
-struct State {
-    const char* name;
-    const char* color;
-};
+constexpr std::array<const char*, state_names.size()> state_colors = {style::plain, style::good,
+                                                                      style::noticed, style::bad};
 
-constexpr std::array<State, 4> states = {{{"none", style::plain},
-                                          {"optimized", style::good},
-                                          {"ignored", style::noticed},
-                                          {"unavailable", style::bad}}};
+/// A file, and whether it is coloured.
+class Lines
+{
+public:
+    explicit Lines(std::FILE* file) : m_file(file), m_colored(is_colored(file)) {}
+
+    void print(const std::string& text) const { std::fprintf(m_file, "%s\n", text.c_str()); }
+    void flush() const { std::fflush(m_file); }
+    std::string painted(const char* color, const std::string& text) const
+    {
+        const bool plain = !m_colored || color == style::plain;
+        return plain ? text : std::string("\x1B[") + color + "m" + text + "\x1B[0m";
+    }
+
+private:
+    std::FILE* m_file;
+    bool m_colored;
+};
 
 class TablePrinter final : public Printer
 {
 public:
-    TablePrinter(std::FILE* out, bool colored) : m_out(out), m_colored(colored) {}
+    TablePrinter(std::FILE* out, std::FILE* messages) : m_out(out), m_messages(messages) {}
 
     void attributes(const rpc::IIfaceRealize::IAtt& attributes) override
     {
@@ -58,25 +71,37 @@ public:
         }
     }
 
+    void begin(const Names& names) override
+    {
+        m_names = names;
+        m_width = 20;
+        for (const auto& [id, name] : names) {
+            m_width = std::max(m_width, display_width(fwbase::printable(name)));
+        }
+    }
+
     void item(const fwbase::Message& reply) override
     {
         outputs(reply);
-        std::fflush(m_out);
+        m_out.flush();
     }
 
     void end(const Ending& ending) override
     {
-        if (ending.reply == nullptr) {
-            line(painted(style::bad, "no reply") + " (result " + hexadecimal(ending.result) + ")");
-        } else {
+        std::string status = m_messages.painted(style::bad, "no reply") + " (result " +
+                             hexadecimal(ending.result) + ")";
+        if (ending.reply != nullptr) {
             outputs(*ending.reply);
             const ec::EC code = ending.reply->code();
-            line((ec::succeeded(code) ? painted(style::good, "success")
-                                      : painted(style::bad, "failure")) +
-                 " (code " + hexadecimal(code) + ")");
+            status = (ec::succeeded(code) ? m_messages.painted(style::good, "success")
+                                          : m_messages.painted(style::bad, "failure")) +
+                     " (code " + hexadecimal(code) + ")";
         }
-        std::fflush(m_out);
+        m_out.flush();
+        m_messages.print(status);
+        m_messages.flush();
         m_has_heading = false;
+        begin({});
     }
 
     void refused(const std::string&) override {}
@@ -89,57 +114,56 @@ private:
                 line(std::to_string(param->number()));
             } else if (is(param, rpc::T_UINT32_LIST)) {
                 for (const unsigned int id : param->numbers()) {
-                    heading(right("ID"));
-                    line(right(std::to_string(id)));
+                    const auto name = m_names.find(id);
+                    heading(right("ID") + (m_names.empty() ? "" : "  NAME"));
+                    line(right(std::to_string(id)) +
+                         (name == m_names.end() ? "" : "  " + fwbase::printable(name->second)));
                 }
             } else if (is(param, rpc::T_RECORD_LIST)) {
                 for (const ServiceRow& row : service_rows(*param)) {
-                    heading(right("ID") + "  " + left("NAME", 20) + "  " + left("STATE", 11) +
+                    heading(right("ID") + "  " + left("NAME", m_width) + "  " + left("STATE", 11) +
                             "  DESCRIPTION");
                     line(right(std::to_string(row.id)) + "  " +
-                         left(fwbase::printable(row.name), 20) + "  " + state(row.op) + "  " +
+                         left(fwbase::printable(row.name), m_width) + "  " + state(row.op) + "  " +
                          fwbase::printable(row.desc));
                 }
             }
         }
     }
 
-    void line(const std::string& text) { std::fprintf(m_out, "%s\n", text.c_str()); }
+    void line(const std::string& text) const { m_out.print(text); }
 
     /// Prints the heading before the first row of a call.
     void heading(const std::string& text)
     {
         if (!m_has_heading) {
             m_has_heading = true;
-            line(painted(style::heading, text));
+            line(m_out.painted(style::heading, text));
         }
-    }
-
-    std::string painted(const char* color, const std::string& text) const
-    {
-        const bool plain = !m_colored || color == style::plain;
-        return plain ? text : std::string("\x1B[") + color + "m" + text + "\x1B[0m";
     }
 
     /// For example "0 none", padded to the width of the column.
     std::string state(rpc::int32 op) const
     {
-        const State known = op < states.size() ? states[op] : State{"", style::plain};
-        return painted(known.color, left(std::to_string(op) + " " + known.name, 11));
+        const bool known = op < state_names.size();
+        return m_out.painted(known ? state_colors[op] : style::plain,
+                             left(std::to_string(op) + " " + (known ? state_names[op] : ""), 11));
     }
 
     static std::string left(std::string text, std::size_t width)
     {
-        text.resize(std::max(text.size(), width), ' ');
-        return text;
+        const std::size_t used = display_width(text);
+        return text.append(width - std::min(width, used), ' ');
     }
     static std::string right(const std::string& number)
     {
         return std::string(10 - std::min<std::size_t>(number.size(), 10), ' ') + number;
     }
 
-    std::FILE* m_out;
-    bool m_colored;
+    Lines m_out;
+    Lines m_messages;
+    Names m_names;
+    std::size_t m_width = 20; ///< of the column of names
     bool m_has_heading = false;
 };
 
@@ -167,6 +191,8 @@ public:
         line({{"reply", "final"}});
     }
 
+    void begin(const Names& names) override { m_names = names; }
+
     void item(const fwbase::Message& reply) override
     {
         line(with_outputs({{"reply", "item"}}, reply));
@@ -180,8 +206,15 @@ public:
             return;
         }
         Json object = with_outputs({{"reply", "final"}, {"result", result}}, *ending.reply);
-        for (const unsigned int id : ending.not_handled) {
-            object["not_handled"].push_back({{"id", id}});
+        for (const Unhandled& each : ending.not_handled) {
+            Json service = {{"id", each.id}, {"reason", each.reason}};
+            if (!each.name.empty()) {
+                service = {{"id", each.id}, {"name", each.name}, {"reason", each.reason}};
+            }
+            object["not_handled"].push_back(service);
+        }
+        for (const Unhandled& each : ending.unchanged) {
+            object["unchanged"].push_back({{"id", each.id}, {"name", each.name}});
         }
         if (!ending.error.empty()) {
             object["error"] = ending.error;
@@ -195,7 +228,7 @@ public:
     }
 
 private:
-    static Json with_outputs(Json object, const fwbase::Message& reply)
+    Json with_outputs(Json object, const fwbase::Message& reply) const
     {
         object["code"] = hexadecimal(reply.code());
         for (const owned<fwbase::Param>& param : reply.all()) {
@@ -203,6 +236,11 @@ private:
                 object["value"] = param->number();
             } else if (is(param, rpc::T_UINT32_LIST)) {
                 object["ids"] = param->numbers();
+                for (const unsigned int id : param->numbers()) {
+                    if (const auto name = m_names.find(id); name != m_names.end()) {
+                        object["names"].push_back(name->second);
+                    }
+                }
             } else if (is(param, rpc::T_RECORD_LIST)) {
                 object["services"] = Json::array();
                 for (const ServiceRow& row : service_rows(*param)) {
@@ -222,13 +260,14 @@ private:
     }
 
     std::FILE* m_out;
+    Names m_names;
 };
 
 } // namespace
 
-std::unique_ptr<Printer> table_printer(std::FILE* out, bool colored)
+std::unique_ptr<Printer> table_printer(std::FILE* out, std::FILE* messages)
 {
-    return std::make_unique<TablePrinter>(out, colored);
+    return std::make_unique<TablePrinter>(out, messages);
 }
 
 std::unique_ptr<Printer> json_printer(std::FILE* out)

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "fwbase/descriptor.h"
-#include "host/search_path.h"
 
 #include <string>
 
@@ -10,8 +9,8 @@ namespace host
 {
 
 /// Creates a private temporary folder and makes it the working directory; the destructor returns to
-/// the earlier one and removes the folder. Commands are still found in relative entries of PATH.
-/// Not for several threads.
+/// the earlier one and removes the folder. Commands are
+/// found only in absolute entries of PATH. Not for several threads.
 class ScratchFolder
 {
 public:
@@ -22,7 +21,6 @@ public:
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
 private:
-    AbsoluteSearchPath m_search_path;
     fwbase::Descriptor m_earlier;
     std::string m_path;
 };

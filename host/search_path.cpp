@@ -45,26 +45,17 @@ bool is_on_search_path(const std::string& command)
     });
 }
 
-AbsoluteSearchPath::AbsoluteSearchPath()
+void make_search_path_absolute()
 {
     const char* const path = std::getenv("PATH");
-    m_was_set = path != nullptr;
-    if (!m_was_set) {
+    if (path == nullptr) {
         return;
     }
-    m_earlier = path;
     std::string absolute;
-    for (const std::string& folder : folders_of(m_earlier)) {
+    for (const std::string& folder : folders_of(path)) {
         absolute += (absolute.empty() ? "" : ":") + std::filesystem::absolute(folder).string();
     }
     setenv("PATH", absolute.c_str(), 1);
-}
-
-AbsoluteSearchPath::~AbsoluteSearchPath()
-{
-    if (m_was_set) {
-        setenv("PATH", m_earlier.c_str(), 1);
-    }
 }
 
 } // namespace host

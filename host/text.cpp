@@ -6,11 +6,55 @@
 namespace host
 {
 
+namespace
+{
+
+/// Characters that do not take one column.
+struct Range {
+    char32_t first;
+    char32_t last;
+    unsigned width;
+};
+
+constexpr Range ranges[] = {
+    {0x0300, 0x036F, 0},   {0x1100, 0x115F, 2},   {0x200B, 0x200F, 0},  {0x20D0, 0x20F0, 0},
+    {0x2E80, 0x303E, 2},   {0x3041, 0xA4CF, 2},   {0xA960, 0xA97C, 2},  {0xAC00, 0xD7A3, 2},
+    {0xF900, 0xFAFF, 2},   {0xFE00, 0xFE0F, 0},   {0xFE10, 0xFE19, 2},  {0xFE20, 0xFE2F, 0},
+    {0xFE30, 0xFE6F, 2},   {0xFF01, 0xFF60, 2},   {0xFFE0, 0xFFE6, 2},  {0x1F300, 0x1F64F, 2},
+    {0x1F680, 0x1F6FF, 2}, {0x1F900, 0x1F9FF, 2}, {0x20000, 0x3FFFD, 2}};
+
+unsigned width_of(char32_t character)
+{
+    for (const Range& range : ranges) {
+        if (character >= range.first && character <= range.last) {
+            return range.width;
+        }
+    }
+    return 1;
+}
+
+} // namespace
+
 std::string hexadecimal(std::uint32_t number)
 {
     char text[11];
     std::snprintf(text, sizeof text, "0x%08" PRIX32, number);
     return text;
+}
+
+std::size_t display_width(const std::string& text)
+{
+    std::size_t width = 0;
+    for (std::size_t start = 0; start < text.size();) {
+        const auto lead = static_cast<unsigned char>(text[start++]);
+        // The lead byte has as many ones in front as the character has bytes.
+        char32_t character = lead < 0xC0 ? lead : lead < 0xE0 ? lead & 0x1F : lead & 0x0F;
+        while (start < text.size() && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) {
+            character = character << 6 | (static_cast<unsigned char>(text[start++]) & 0x3F);
+        }
+        width += width_of(character);
+    }
+    return width;
 }
 
 } // namespace host

@@ -1,6 +1,7 @@
-// Formats numbers for people.
+// Formats text and numbers for people.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -9,5 +10,9 @@ namespace host
 
 /// "0x" and eight hexadecimal digits, for example "0x0000000A".
 std::string hexadecimal(std::uint32_t number);
+
+/// The columns that a UTF-8 text takes on a terminal, in any locale: two for each East Asian wide
+/// character, none for a combining one.
+std::size_t display_width(const std::string& text);
 
 } // namespace host

@@ -466,7 +466,7 @@ TEST_F(InterfaceTest, PrintsAnyBytes)
         char* text = nullptr;
         std::size_t size = 0;
         std::FILE* const out = open_memstream(&text, &size);
-        (json ? host::json_printer(out) : host::table_printer(out, false))->item(*command.last);
+        (json ? host::json_printer(out) : host::table_printer(out, out))->item(*command.last);
         std::fclose(out);
         EXPECT_EQ(std::count_if(text, text + size, [](char c) { return c >= 0 && c < ' '; }),
                   json ? 1 : 2); // ends of lines

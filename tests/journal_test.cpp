@@ -73,7 +73,7 @@ TEST_F(JournalTest, CompletesWhatHadBegun)
         SCOPED_TRACE(row.name);
         reset();
         write(LOCK, row.journal);
-        EXPECT_EQ(shell(row.before + HOST " set_optimize_sorce 1"), row.status);
+        EXPECT_EQ(shell(row.before + HOST " --json set_optimize_sorce 1"), row.status);
         EXPECT_THAT(read("errors"), testing::ContainsRegex(row.errors));
         EXPECT_EQ(read(LOCK), row.status == 0 ? "" : row.journal);
         EXPECT_EQ(optimized(), row.optimized);
@@ -87,7 +87,9 @@ TEST_F(JournalTest, CarriesACallToItsEnd)
     write("hook", "{ readlink /proc/$$/fd/100; cat config/*/*.lock; } >seen\n"
                   "for name in HUP INT QUIT TERM; do kill -$name 0; done\n");
     EXPECT_EQ(shell("setsid -w env --ignore-signal=CHLD " HOST " --json optimize_service 2 99"), 1);
-    EXPECT_THAT(read("output"), EndsWith("\"ids\":[],\"not_handled\":[{\"id\":99}]}\n"));
+    EXPECT_THAT(
+        read("output"),
+        EndsWith("\"ids\":[],\"not_handled\":[{\"id\":99,\"reason\":\"not configured\"}]}\n"));
     EXPECT_THAT(read("errors"), HasSubstr("completed the interrupted optimize_service 1\n"));
     EXPECT_THAT(read("seen"), EndsWith("/" LOCK "\noptimize_service 2 99\nend\n"));
     shell(": >hook; " HOST " restore_service 1 2 20 2>&1 | true"); // nobody reads its messages

@@ -87,7 +87,7 @@ std::string call(rpc::IIfaceRealize& interface, const std::string& line)
     char* text = nullptr;
     std::size_t size = 0;
     std::FILE* const out = open_memstream(&text, &size);
-    const auto printer = host::table_printer(out, false);
+    const auto printer = host::table_printer(out, out);
     ec::EC result = 0;
     const auto reply = host::run_call(
         interface, *host::make_call_block(host::to_call(host::split(line))),
