@@ -1,41 +1,86 @@
 # Bash completion for optimize_host.
 
+# Prints the names, then the ids, of the services in state $2 of the configuration $1, in its order.
+_optimize_host_services()
+{
+    awk -v RS='<' -v state="$2" '
+        function value(key) {
+            if (!match($0, "[ \t\n]" key "=\"[^\"]*\""))
+                return ""
+            return substr($0, RSTART + length(key) + 3, RLENGTH - length(key) - 4)
+        }
+        /^!--/ { in_comment = 1 }
+        !in_comment && /^info[ \t\n]/ && value("op") + 0 == state {
+            name = value("name")
+            if (name ~ /^[A-Za-z0-9_.@+-]+$/ && name ~ /[^0-9]/)
+                names = names name "\n"
+            ids = ids value("id") "\n"
+        }
+        /-->/ { in_comment = 0 }
+        END { printf "%s%s", names, ids }' "$1" 2>/dev/null
+}
+
 _optimize_host()
 {
-    local word=${COMP_WORDS[COMP_CWORD]} operation='' at
+    local word=${COMP_WORDS[COMP_CWORD]} operation='' first='' folder='' option at
     for ((at = 1; at < COMP_CWORD; at++)); do
-        case ${COMP_WORDS[at]} in
-            -m | -jm | --module)
+        option=${COMP_WORDS[at]}
+        case $option in
+            -m | -jm | --module | -C | -jC | --directory)
                 ((at++))
                 [[ ${COMP_WORDS[at]} != = ]] || ((at++)) # bash splits words at =
+                [[ $option != *[Cy] ]] || folder=${COMP_WORDS[at]}
                 ;;
             -?*) ;;
-            *) operation=${COMP_WORDS[at]} && break ;;
+            *)
+                if [[ -z $operation ]]; then
+                    operation=$option
+                elif [[ -z $first ]]; then
+                    first=$option
+                fi
+                ;;
         esac
     done
-    case ${COMP_WORDS[COMP_CWORD - 1]} in
-        -m | -jm | --module | =)
+    option=${COMP_WORDS[COMP_CWORD - 1]}
+    [[ $option != = ]] || option=${COMP_WORDS[COMP_CWORD - 2]}
+    [[ $word != = ]] || option=${COMP_WORDS[COMP_CWORD - 1]}
+    case $option in
+        -m | -jm | --module | -C | -jC | --directory)
             compopt -o filenames
-            mapfile -t COMPREPLY < <(compgen -f -- "${word#=}")
+            local kind=-f
+            [[ $option != *[Cy] ]] || kind=-d
+            mapfile -t COMPREPLY < <(compgen $kind -- "${word#=}")
             return
             ;;
     esac
-    local words=''
+    local words='' state=''
     case $operation in
         '')
-            words='--module --json --help --version attributes operations get_optimize_num'
-            words+=' get_optimize_sorce set_optimize_sorce - '
+            words='attributes operations get_optimize_num get_optimize_sorce set_optimize_sorce - '
             words+=$(echo {ls,optimize,restore,ignore}_{service,reg,other})
             ;;
-        ignore_*) ((COMP_CWORD == at + 1)) && words='on off' ;;
-    esac
-    case $operation in
-        ignore_service | optimize_service | restore_service)
-            # The ids in the configuration, if its entries begin with the id as usual.
-            words=${words:-$(sed -n 's/.*<info id="\([0-9]*\)".*/\1/p' \
-                config/system_operation/conf.xml 2>/dev/null)}
+        optimize_service) state=0 ;;
+        restore_service) state=1 ;;
+        ignore_*)
+            case $first in
+                '') words='on off' ;;
+                on) state=0 ;;
+                off) state=2 ;;
+            esac
+            [[ $operation == ignore_service ]] || state=''
             ;;
     esac
+    [[ $word != -* ]] || words='--directory --module --json --help --version'
+    if [[ -n $state && $word != -* ]]; then
+        local file=config/system_operation/conf.xml
+        if [[ -n $folder ]]; then
+            file=${folder/#~\//$HOME/}/$file
+        elif [[ ! -e $file ]]; then
+            file=/var/lib/optimize_option/$file
+        fi
+        words=$(_optimize_host_services "$file" $state)
+        compopt -o nosort 2>/dev/null # in the order of the file
+    fi
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
 }
 
