@@ -12,7 +12,7 @@ _optimize_host_services()
         /^!--/ { in_comment = 1 }
         !in_comment && /^info[ \t\n]/ && value("op") + 0 == state {
             name = value("name")
-            if (name ~ /^[A-Za-z0-9_.@+-]+$/ && name ~ /[^0-9]/)
+            if (name ~ /[^0-9]/ && name !~ /[][ \t\n\\"$`&;|<>(){}*?~#!^=\047]/)
                 names = names name "\n"
             ids = ids value("id") "\n"
         }

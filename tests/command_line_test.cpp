@@ -1,0 +1,104 @@
+// Names, answers, folders and completion of the program, with stand-ins for the commands.
+#include "host/text.h"
+#include "tests/workspace.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+namespace
+{
+using testing::HasSubstr;
+
+class CommandLineTest : public Workspace
+{
+protected:
+    CommandLineTest()
+    {
+        write("failing", "bad off\n");
+        std::string listing = "打印 0:off\n";
+        for (const std::string name : {"cups", "on", "bad", "idle", "a-service-with-a-long-name"}) {
+            listing += name + " 0:off 1:off 2:on 3:on 4:off 5:off 6:off\n";
+        }
+        write("listing", listing);
+        write_conf(R"(<info id="1" name="cups" op="3"/><info id="2" name="cups" op="3"/>
+            <!-- <info id="6" name="no" op="1"/> --><info id="7" name="打印" op="1" level="35"/>
+            <info id="8" name="on" op="0" level="3"/><info id="9" name="gone" op="0" level="3"/>
+            <info id="10" name="bad" op="0" level="5"/><info id="11" name="idle" op="2"/>
+            <info id="12" name="a-service-with-a-long-name"/>)");
+    }
+    static int shell(const std::string& command)
+    {
+        write("ran", "");
+        const int status = std::system(("(" + command + ") >output 2>errors </dev/null").c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+};
+
+TEST_F(CommandLineTest, TakesNamesAndSaysWhatWasNotHandled)
+{
+    const std::string no_list = ": >listing; ", bad = "chkconfig --level 23 bad off\ndone\n";
+    const struct {
+        std::string before, call;
+        int status;
+        const char *output, *errors;
+        std::string ran;
+    } table[] = {
+        {"", "optimize_service nosuch cups", 1, "no service 'nosuch' is", "optimize_host ls_s", ""},
+        {"", "ignore_service off on", 0, R"("unchanged":[{"id":8,"name":"on"}])", "not ignored",
+         ""},
+        {"", "ignore_service on on", 0, R"("ids":[8],"names":["on"]})", "", ""}, // does not list
+        {"", "optimize_service idle 9 9 bad", 1,
+         R"([{"id":11,"name":"idle","reason":"ignored"},{"id":9,"name":"gone","reason":)"
+         R"("unavailable"},{"id":10,"name":"bad","reason":"command failed"}]})",
+         "bad (10) not handled: command failed, perhaps halfway; see chkconfig --list bad\n", bad},
+        {"", "optimize_service 2 cups", 0, R"("ids":[1],"names":["cups"]})", "", // lists
+         "chkconfig --level 23 cups off\ndone\nchkconfig --level 23 cups off\ndone\n"},
+        {no_list, "restore_service cups 打印 99", 1, R"([{"id":99,"reason":"not configured"}])",
+         "id 99 not handled: not configured\n",
+         "chkconfig --level 23 cups on\ndone\nchkconfig --level 23 cups on\ndone\n"
+         "chkconfig --level 35 打印 on\ndone\n"},
+        {no_list, "optimize_service 10", 1, "", "", bad}, // does not list, either
+        {no_list, "ls_service", 0, "\"services\":[]", "none of the configured services is on", ""},
+        {"", "optimize_reg cups", 2, "'cups' is not a number", "usage: optimize_reg ID", ""}};
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.call);
+        EXPECT_EQ(shell(row.before + HOST " " + row.call + " --json"), row.status);
+        EXPECT_THAT(read("output"), HasSubstr(row.output));
+        EXPECT_THAT(read("errors"), HasSubstr(row.errors));
+        EXPECT_EQ(read("ran"), row.ran);
+    }
+}
+
+TEST_F(CommandLineTest, WorksInAFolder)
+{
+    EXPECT_EQ(shell("mkdir x; cp -R config x; " HOST " set_optimize_sorce 7 -C x"), 0);
+    EXPECT_EQ(shell("cp " MODULE " x/m.so; cd x; PATH=../bin:/bin:/usr/bin " HOST
+                    " -m m.so -C .. -- optimize_service bad"),
+              1);
+    EXPECT_EQ(read("ran"), "chkconfig --level 23 bad off\ndone\n");
+    EXPECT_EQ(shell("[ $(cd x; " HOST " get_optimize_sorce) = 7 ]"), 0);
+    EXPECT_EQ(shell(HOST " -C bin ls_reg && " HOST " -C bin restore_service cups"), 1);
+    EXPECT_THAT(read("errors"), HasSubstr("/bin/config/system_operation/conf.xml"));
+    if (geteuid() == 0) {
+        EXPECT_EQ(shell("chown 1 config/*/conf.xml; " HOST " get_optimize_num"), 3);
+        EXPECT_EQ(shell(HOST " get_optimize_num -C ."), 0);
+    }
+}
+
+TEST_F(CommandLineTest, AlignsColumnsAndCompletes)
+{
+    EXPECT_EQ(host::display_width("a\xCC\x81\xE6\x89\x93\xF0\x9F\x98\x80\xFF"), 6U);
+    EXPECT_EQ(shell(HOST " ls_service"), 0);
+    std::istringstream lines(read("output"));
+    for (std::string text; std::getline(lines, text);) {
+        EXPECT_EQ(host::display_width(text.substr(0, text.find_first_of("S012", 12))), 40U) << text;
+    }
+    // Completion.
+    EXPECT_EQ(shell("cd bin; bash -c 'source " SOURCE_DIR "/packaging/completion.bash; "
+                    "COMP_WORDS=(_ -C .. restore_service \"\"); COMP_CWORD=4; _optimize_host; "
+                    "printf \"%s \" \"${COMPREPLY[@]}\"'"),
+              0);
+    EXPECT_EQ(read("output"), "打印 7 ") << read("errors");
+}
+
+} // namespace
