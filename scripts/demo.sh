@@ -79,32 +79,32 @@ run "$levels"
 before=$output
 
 heading 'Switching them off'
-run 'optimize_host optimize_service 3 30'
-expect ' 3.* 30'
+run 'optimize_host optimize_service cups rsync'
+expect ' 3  cups.* 30  rsync'
 run "$levels"
 expect '2:off.*3:off.*4:off.*5:off.*rsync[[:blank:]]+off'
 run "$states"
 expect 'cups +1 optimized.*rsync +1 optimized'
 
 heading 'Switching them back on'
-run 'optimize_host restore_service 3 30'
-expect ' 3.* 30'
+run 'optimize_host restore_service cups rsync'
+expect ' 3  cups.* 30  rsync'
 run "$levels"
 [[ $output == "$before" ]] || die 'the run levels are not those of before'
 echo 'The run levels are those of before.'
 
 heading 'An ignored service is left alone'
-run 'optimize_host ignore_service on 2'
-run 'optimize_host optimize_service 2'
-expect '^success .* not handled: 2$'
+run 'optimize_host ignore_service on atd'
+run 'optimize_host optimize_service atd' 1
+expect 'atd \(2\) not handled: ignored$'
 run 'chkconfig --list atd'
 expect '3:on.*4:on.*5:on'
-run 'optimize_host ignore_service off 2'
+run 'optimize_host ignore_service off atd'
 
 heading 'Several calls, one loaded module, for a program'
-run "printf 'get_optimize_num\\nignore_service on 15 2\\n' | optimize_host --json -"
-expect '"value":3.*"ids":\[2\].*not handled: 15$'
-run 'optimize_host ignore_service off 2'
+run "printf 'get_optimize_num\\nignore_service on sshd atd\\n' | optimize_host --json -"
+expect '"value":3.*"names":\["atd"\].*"unchanged":\[\{"id":15,"name":"sshd"\}\]'
+run 'optimize_host ignore_service off atd'
 
 heading 'What has changed in the configuration'
 run 'diff -u before.xml config/system_operation/conf.xml' 1

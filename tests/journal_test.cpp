@@ -65,6 +65,7 @@ TEST_F(JournalTest, CompletesWhatHadBegun)
         {"no chkconfig", one, off + "PATH=/x ", 3, "on the search path" + keep, "20 "},
         {"damaged", one, "sed -i '$d' config/*/conf.xml; ", 3, "conf.xml:", "20 "},
         {"no journal", "ls_service\nend\n", off, 3, "not a journal" + keep, "20 "},
+        {"a name", "optimize_service crond\nend\n", off, 3, "not a journal" + keep, "20 "},
         {"link", one, "mv config/*/*.lock x; ln -s ../../x " LOCK "; ", 3, "is a link", "20 "},
         {"two names", one, "ln -f config/*/*.lock x; ", 3, "has another name", "20 "},
         {"foreign", "", std::string(geteuid() == 0 ? "chown" : "chmod") + " 1 " LOCK "; ", 3,
