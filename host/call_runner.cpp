@@ -12,6 +12,7 @@
 #include "host/working_folder.h"
 
 #include <algorithm>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 
@@ -108,8 +109,8 @@ private:
 /// Why an operation failed.
 std::string failure_of(const Call& call)
 {
-    const std::string reason = fwbase::take_last_xml_error();
-    const std::string missing = missing_configuration();
+    std::string reason = fwbase::take_last_xml_error();
+    std::string missing = missing_configuration();
     if (!missing.empty()) {
         return missing;
     }
@@ -147,25 +148,64 @@ std::vector<Entry> try_read_configuration()
     }
 }
 
+/// The names of a call could not be replaced by ids.
+struct UnresolvedNames : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 /// Replaces names by ids. Before it switches off services by name it lists, because nobody has to
 /// have seen a listing to know a name: the run levels must be recorded. Restoring and ignoring do
 /// without: a listing while xinetd is off would forget what was switched off. Throws
-/// std::exception.
+/// UnresolvedNames.
 void resolve_names(Call& call, rpc::IIfaceRealize& interface)
 {
     const std::string missing = missing_configuration();
     if (!missing.empty()) {
-        throw std::runtime_error(missing);
+        throw UnresolvedNames(missing);
     }
-    call.arguments.ids = find_ids(call.services, read_configuration());
-    if (call.operation == "optimize_service") {
-        run_silently({"ls_service", {}}, interface);
+    try {
+        call.arguments.ids = find_ids(call.services, read_configuration());
+        if (call.operation == "optimize_service") {
+            run_silently({"ls_service", {}}, interface);
+        }
+    } catch (const std::exception& error) {
+        throw UnresolvedNames(error.what());
     }
 }
 
-/// Describes what was not handled, one service per line.
-void complain_about(const Ending& ending, const std::string& subject)
+/// Begins a call that writes; returns null for another one. Throws std::runtime_error if the call
+/// must not be made.
+std::unique_ptr<Transaction> begin(Call& call, const std::string& subject,
+                                   rpc::IIfaceRealize& interface)
 {
+    const Effects* const effects = effects_of(call);
+    if (effects == nullptr) {
+        return nullptr;
+    }
+    if (effects->uses_chkconfig && !is_on_search_path("chkconfig")) {
+        throw std::runtime_error(no_chkconfig);
+    }
+    auto transaction = std::make_unique<Transaction>(subject, interface);
+    if (!call.services.empty()) {
+        resolve_names(call, interface);
+    }
+    if (effects->switches) {
+        transaction->begin(call);
+    }
+    return transaction;
+}
+
+/// Tells people why a call failed, or which services were not handled, one per line.
+ExitStatus conclude(const Ending& ending, const std::string& subject)
+{
+    if (ending.reply == nullptr) {
+        complain(subject + "no reply");
+        return no_reply;
+    }
+    if (!ending.error.empty()) {
+        complain(subject + ending.error);
+        return operation_failed;
+    }
     const auto label = [](const Unhandled& each) {
         const std::string id = std::to_string(each.id);
         return each.name.empty() ? "id " + id : each.name + " (" + id + ")";
@@ -180,6 +220,7 @@ void complain_about(const Ending& ending, const std::string& subject)
         }
         complain(text);
     }
+    return ending.not_handled.empty() ? success : operation_failed;
 }
 
 } // namespace
@@ -206,30 +247,16 @@ ExitStatus run(const std::vector<std::string>& words, const std::string& origin,
         printer.refused(error.what());
         return status;
     };
-    const Effects* const effects = effects_of(call);
-    const Change* const change = change_of(call);
-    std::optional<Transaction> transaction;
-    std::vector<Entry> entries;
+    std::unique_ptr<Transaction> transaction;
     try {
-        if (effects != nullptr) {
-            if (effects->uses_chkconfig && !is_on_search_path("chkconfig")) {
-                throw std::runtime_error(no_chkconfig);
-            }
-            transaction.emplace(subject, interface);
-        }
-        if (!call.services.empty()) {
-            try {
-                resolve_names(call, interface);
-            } catch (const std::exception& error) {
-                return refuse(error, operation_failed);
-            }
-        }
-        if (effects != nullptr && effects->switches) {
-            transaction->begin(call);
-        }
+        transaction = begin(call, subject, interface);
+    } catch (const UnresolvedNames& error) {
+        return refuse(error, operation_failed);
     } catch (const std::runtime_error& error) {
         return refuse(error, no_reply);
     }
+    const Change* const change = change_of(call);
+    std::vector<Entry> entries;
     if (change != nullptr || call.operation == "ls_service") {
         entries = try_read_configuration();
         printer.begin(names_of(entries, change));
@@ -264,24 +291,14 @@ ExitStatus run(const std::vector<std::string>& words, const std::string& origin,
         ending.error = failure_of(call);
     }
     printer.end(ending);
-
-    if (!reply) {
-        complain(subject + "no reply");
-        return no_reply;
-    }
-    if (!succeeded) {
-        complain(subject + ending.error);
-        return operation_failed;
-    }
-    if (change != nullptr) {
-        complain_about(ending, subject);
-    } else if (!missing.empty()) {
+    const ExitStatus status = conclude(ending, subject);
+    if (change == nullptr && !missing.empty()) {
         complain(subject + "not handled:" + to_text(missing));
     }
-    if (call.operation == "ls_service" && items == 0) {
+    if (succeeded && call.operation == "ls_service" && items == 0) {
         complain(subject + (entries.empty() ? "no service is configured" : no_service_listed));
     }
-    return ending.not_handled.empty() ? success : operation_failed;
+    return status;
 }
 
 } // namespace host
