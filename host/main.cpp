@@ -82,7 +82,12 @@ ExitStatus run(const Options& options)
         options.json ? host::json_printer(out.get()) : host::table_printer(out.get(), stderr);
     const host::Module module(options.module); // before its relative path changes its meaning
     host::make_search_path_absolute();
-    host::enter_working_folder(options.directory);
+    try {
+        host::enter_working_folder(options.directory);
+    } catch (const std::runtime_error& error) {
+        printer->refused(error.what());
+        throw;
+    }
     const ExitStatus status =
         from_input
             ? run_lines(in.get(), out.get(), module.interface(), *printer)

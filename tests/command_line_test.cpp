@@ -22,9 +22,9 @@ protected:
         write("listing", listing);
         write_conf(R"(<info id="1" name="cups" op="3"/><info id="2" name="cups" op="3"/>
             <!-- <info id="6" name="no" op="1"/> --><info id="7" name="打印" op="1" level="35"/>
-            <info id="8" name="no" op="1"/><info id="8" name="on" op="0" level="3"/><info id="9" name="gone" op="0" level="3"/>
-            <info id="10" name="bad" op="0" level="5"/><info id="11" name="idle" op="2"/>
-            <info id="12" name="a-service-with-a-long-name"/>)");
+            <info id="8" name="no" op="1"/><info id="8" name="on" op="0" level="3"/>
+            <info id="9" name="gone" op="0"/><info id="10" name="bad" op="0" level="5"/>
+            <info id="11" name="idle" op="2"/><info id="12" name="a-service-with-a-long-name"/>)");
     }
     /// The commands that the last call ran; the module prints each of them.
     static std::string commands()
