@@ -79,7 +79,7 @@ _optimize_host()
             file=/var/lib/optimize_option/$file
         fi
         words=$(_optimize_host_services "$file" $state)
-        compopt -o nosort 2>/dev/null # in the order of the file
+        compopt -o nosort 2>/dev/null || : # in the order of the file; bash 4.4 has it
     fi
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
 }

@@ -118,9 +118,9 @@ check() {
             die 'the embedded machine is not listed'
         # shellcheck source=packaging/completion.bash
         source "$root/usr/share/bash-completion/completions/optimize_host"
-        COMP_WORDS=(optimize_host -m module.so ignore_service on 2) COMP_CWORD=5
+        COMP_WORDS=(optimize_host -m module.so ignore_service on a) COMP_CWORD=5
         _optimize_host
-        [[ ${COMPREPLY[*]} == '2 20 21 22 25' ]] || die "completed ids to '${COMPREPLY[*]}'"
+        [[ ${COMPREPLY[*]} == 'atd avahi-daemon autofs' ]] || die "completed names to '${COMPREPLY[*]}'"
         grep -q ' 30  rsync  .*文件同步服务' listing || die 'the listing lacks rsync'
         cp "$root/$conf" config/system_operation
         [[ $("$host" ls_service | grep -c ' 0 none ') -eq 14 ]] ||
