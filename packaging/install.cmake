@@ -21,6 +21,7 @@ set(headers ${CMAKE_INSTALL_INCLUDEDIR}/optimize_option)
 install(DIRECTORY framework DESTINATION ${headers})
 install(FILES rpc/result_codes.h DESTINATION ${headers}/rpc)
 install(FILES docs/interface.md DESTINATION ${documents})
+install(FILES examples/embed.cpp DESTINATION ${documents}/examples)
 configure_file(packaging/optimize-option.pc.in optimize-option.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/optimize-option.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

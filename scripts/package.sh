@@ -54,35 +54,18 @@ check_document() {
     done < <(zcat -f "$document" | grep -oE '[A-Za-z0-9_./-]*[A-Za-z0-9_/-]' | sed 's|^[.]/||' | sort -u)
 }
 
-# A host as its authors build it: with what pkg-config says.
+# The example of a host, built as its authors do it: with what pkg-config says.
 check_host() {
-    local root=$1 libraries=$2 flags name
-    cat >"$place/host.cpp" <<'END'
-#include <framework/rpc.h>
-
-#include <cstdio>
-#include <dlfcn.h>
-
-int main(int, char** arguments)
-{
-    void* library = dlopen(arguments[1], RTLD_NOW);
-    void* entry = library ? dlsym(library, "rpc_ireal_Optimize_Option") : nullptr;
-    if (!entry || !fwbase::IFWBase::instance())
-        return 1;
-    rpc::IIfaceRealize* module = reinterpret_cast<rpc::IIfaceRealize* (*)()>(entry)();
-    module->init(nullptr);
-    std::puts(module->iatt()->name.c_str());
-    module->release();
-    return 0;
-}
-END
+    local root=$1 libraries=$2 flags count
     export PKG_CONFIG_LIBDIR=$root/usr/$libraries/pkgconfig
     read -ra flags < <(PKG_CONFIG_SYSROOT_DIR=$root pkg-config --cflags --libs optimize-option)
-    "${CXX:-c++}" -std=c++17 -o "$place/host" "$place/host.cpp" "${flags[@]}" -ldl ||
-        die 'a host does not compile'
-    name=$(LD_LIBRARY_PATH=$root/usr/$libraries/optimize_option \
-        "$place/host" "$root$(pkg-config --variable=module optimize-option)") || true
-    [[ $name == Optimize_Option ]] || die "a host got '$name' from the module"
+    "${CXX:-c++}" -std=c++17 -Wall -Wextra -Werror -o "$place/embed" \
+        "$root/usr/share/doc/optimize-option/examples/embed.cpp" "${flags[@]}" -ldl ||
+        die 'the example of a host does not compile'
+    count=$(cd "$place/machine" && PATH=$PWD/bin:$PATH \
+        LD_LIBRARY_PATH=$root/usr/$libraries/optimize_option \
+        "$place/embed" "$root$(pkg-config --variable=module optimize-option)" | wc -l)
+    [[ $count -eq 19 ]] || die "the example of a host lists $count services"
 }
 
 # Checks the unpacked packages of a kind. $2 is their folder of libraries.
@@ -105,11 +88,11 @@ check() {
         "${CXX:-c++}" -std=c++17 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -include "$file" \
             -I "$root/usr/include/optimize_option" -x c++ /dev/null || die "$file does not compile"
     done < <(find "$root/usr/include" -name '*.h' -printf '%P\n' | cut -d/ -f2-)
-    check_host "$root" "$2"
 
     # The embedded machine, with its own configuration and then with the sample; and completion.
     rm -rf "$place/machine"
     cp -R "$machine" "$place/machine"
+    check_host "$root" "$2"
     (
         cd "$place/machine"
         export PATH=$PWD/bin:$PATH
