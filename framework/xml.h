@@ -88,8 +88,8 @@ protected:
 class IXmlDocument
 {
 public:
-    /// Loads a file in UTF-8 or ASCII without a document type declaration. After
-    /// a failure the document is empty.
+    /// Loads a file in UTF-8 or ASCII without a document type declaration. After a failure the
+    /// document is empty.
     virtual void load(const char* path) = 0;
     /// The root element, which the caller owns.
     virtual IXmlNode* root() = 0;

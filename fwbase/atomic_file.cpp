@@ -103,25 +103,24 @@ public:
     /// Borrows the path and the folder.
     NewFile(const char* path, int folder, const std::string& name, mode_t mode)
         : m_path(path), m_folder(folder), m_name(name), m_temporary("." + name + ".tmp"),
-          m_file(open_at(folder, ".", O_WRONLY | O_TMPFILE, mode)),
+          m_part("." + name + ".part"), m_file(open_at(folder, ".", O_WRONLY | O_TMPFILE, mode)),
           m_link("/proc/self/fd/" + std::to_string(m_file.get()))
     {
         if (m_file.is_open() && ::access(m_link.c_str(), F_OK) == 0) { // without /proc: no link
             return;
         }
-        const std::string part = "." + name + ".part";
         ::unlinkat(folder, m_temporary.c_str(), 0); // so that not both names are ever left over
-        m_file = Descriptor(take_name(part, [&] {
-            return open_at(folder, part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+        m_file = Descriptor(take_name(m_part, [&] {
+            return open_at(folder, m_part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
         }));
         const bool denied = errno == EACCES || errno == EPERM || errno == EROFS;
         check(path, m_file.get(), denied ? "the folder is not writable" : "cannot create a file");
-        m_present = part;
+        m_present = &m_part;
     }
     ~NewFile()
     {
-        if (!m_present.empty() && is_at(m_present)) {
-            ::unlinkat(m_folder, m_present.c_str(), 0);
+        if (m_present != nullptr && is_at(*m_present)) {
+            ::unlinkat(m_folder, m_present->c_str(), 0);
         }
     }
 
@@ -152,15 +151,15 @@ public:
     {
         const char* const tmp = m_temporary.c_str();
         int result = 0;
-        if (m_present.empty()) {
+        if (m_present == nullptr) {
             result = take_name(m_temporary, [&] {
                 return ::linkat(AT_FDCWD, m_link.c_str(), m_folder, tmp, AT_SYMLINK_FOLLOW);
             });
-        } else if (is_at(m_present)) {
-            result = ::renameat(m_folder, m_present.c_str(), m_folder, tmp);
+        } else if (is_at(m_part)) {
+            result = ::renameat(m_folder, m_part.c_str(), m_folder, tmp);
         }
         if (result != -1) {
-            m_present = m_temporary;
+            m_present = &m_temporary;
             result = is_at(m_temporary) ? ::renameat(m_folder, tmp, m_folder, m_name.c_str()) : 0;
         }
         const int error = result == -1 ? errno : ENOENT;
@@ -171,7 +170,7 @@ public:
                   mount ? "a mount is in the way" : "cannot replace the file");
             fail_changed(m_path);
         }
-        m_present.clear();
+        m_present = nullptr;
         return std::move(m_file);
     }
 
@@ -232,9 +231,10 @@ private:
     int m_folder;
     std::string m_name;
     std::string m_temporary;
+    std::string m_part;
     Descriptor m_file;
-    std::string m_link;    // a path to the open file
-    std::string m_present; // the name that the file has at present, if any
+    std::string m_link;                     // a path to the open file
+    const std::string* m_present = nullptr; // the name that the file has now, if any
 };
 
 } // namespace

@@ -348,6 +348,8 @@ int Message::read(const unsigned char* data, std::uint32_t size)
 namespace
 {
 
+constexpr std::size_t longest_name = 0xFFFF; // in bytes, of a request
+
 /// The result of `make`, or null if out of memory.
 template <class Make>
 auto or_null(Make make) -> decltype(make())
@@ -363,7 +365,8 @@ auto or_null(Make make) -> decltype(make())
 
 rpc::IRequest* MsgFactory::new_request(const char* name)
 {
-    return or_null([name] { return new Message(name); });
+    return std::strlen(name) > longest_name ? nullptr
+                                            : or_null([name] { return new Message(name); });
 }
 
 rpc::IRequest* MsgFactory::new_reply(rpc::ICommand*, ec::EC code)

@@ -3,7 +3,7 @@
 // All integers are unsigned and little-endian. The count before [] says how often its content
 // repeats.
 //
-//   message = 'Q' name-length:2 name params       a request; the name must not contain NUL
+//   message = 'Q' name-length:2 name params       a request; the name contains no NUL
 //           | 'R' code:4 params                   a reply
 //   params  = count:4 [ tag:1 value ]
 //   value   = byte:1                              T_BOOL

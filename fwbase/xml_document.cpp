@@ -355,8 +355,8 @@ public:
     void load(const char* path) override
     {
         m_document.reset();
-        const std::string bytes = m_file.load(path);
         m_path = path;
+        const std::string bytes = m_file.load(path);
         std::string_view text = bytes;
         m_prefix = text.substr(0, 3) == byte_order_mark ? byte_order_mark : "";
         text.remove_prefix(std::strlen(m_prefix));
@@ -369,7 +369,7 @@ public:
     {
         const xml_ptr<xmlBuffer> text = serialise(m_path.c_str(), loaded(), m_prefix);
         m_file.save(path, {to_chars(xmlBufferContent(text.get())),
-                            static_cast<std::size_t>(xmlBufferLength(text.get()))});
+                           static_cast<std::size_t>(xmlBufferLength(text.get()))});
     }
     void release() override { delete this; }
 

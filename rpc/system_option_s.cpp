@@ -90,7 +90,12 @@ ec::EC Impl::init(void* arg)
 
 void Impl::release()
 {
-    release_objects();
+    try {
+        release_objects();
+    } catch (...) {
+        m_funcs.clear();
+        throw;
+    }
     m_funcs.clear();
 }
 

@@ -63,12 +63,15 @@ TEST_F(ConfTest, SelectsAndChangesEntries)
                info("7", "e", "00", "on", "0"));
     std::vector<ServiceOptimize> entries(1);
     EXPECT_TRUE(CConf::GetServiceFromConfigByOp(entries, OPT_NONE));
-    std::string text;
-    for (const ServiceOptimize& entry : entries) {
-        text += std::to_string(entry.id) + ' ' + entry.name + ' ' + std::to_string(entry.op) + ' ' +
-                entry.level + ' ' + std::to_string(static_cast<int>(entry.xinetd)) + "; ";
+    using Fields = std::tuple<int, std::string, OptimizeOperate, std::string, bool>;
+    std::vector<Fields> selected;
+    for (const auto& [id, name, op, level, xinetd] : entries) {
+        selected.emplace_back(id, name, op, level, xinetd);
     }
-    EXPECT_EQ(text, "0  0  0; 5 a 0 23 1; 9 b 0 off 1; 7 e 0 on 0; ");
+    EXPECT_EQ(selected, (std::vector<Fields>{{0, "", OPT_NONE, "", false},
+                                             {5, "a", OPT_NONE, "23", true},
+                                             {9, "b", OPT_NONE, "off", true},
+                                             {7, "e", OPT_NONE, "on", false}}));
     ServiceOptimize found;
     EXPECT_FALSE(CConf::FindServiceById(entries, 6, found));
     EXPECT_EQ(found.name, "");

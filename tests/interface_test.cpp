@@ -81,22 +81,26 @@ protected:
     }
     std::string call(const std::string& line) { return ::call(m_interface, line); }
     /// The code of call_func. Replies are recorded but not kept.
-    ec::EC code_of(const fwbase::IDataBlock& block)
+    ec::EC code_of(const fwbase::IDataBlock& block, const std::string& name = "block")
     {
         ReplyRecorder command;
         fwbase::IDataBlock* out = nullptr;
         const ec::EC code = m_interface.call_func(&block, out, &command);
-        EXPECT_EQ(owned<fwbase::IDataBlock>(out) != nullptr, code == answered) << code;
+        EXPECT_EQ(owned<fwbase::IDataBlock>(out) != nullptr, code == answered) << name;
         return code;
     }
-    ec::EC code_of(const host::Call& call) { return code_of(*host::make_call_block(call)); }
+    ec::EC code_of(const host::Call& call)
+    {
+        return code_of(*host::make_call_block(call), call.operation);
+    }
     std::vector<std::string> operations() const
     {
         ex_std::vector<const rpc::IIfaceRealize::FAtt*> list(3); // contents are replaced
         EXPECT_EQ(m_interface.fatts(list), answered);
         std::vector<std::string> names;
         for (const rpc::IIfaceRealize::FAtt* const operation : list) {
-            names.push_back(operation->name + operation->extra); // nothing is extra
+            names.push_back(operation->name);
+            EXPECT_EQ(operation->extra, "") << operation->name;
         }
         return names;
     }
@@ -145,6 +149,7 @@ TEST_F(InterfaceTest, IsReadyBetweenInitAndRelease)
     EXPECT_EQ(m_interface.init(nullptr), success);
     fake::rpc_faults = {1, {}, 0};
     EXPECT_THROW(m_interface.release(), std::runtime_error);
+    EXPECT_EQ(operations().size(), 0U);
     // The fixture's release must not give the service back again.
 }
 
@@ -360,6 +365,7 @@ TEST_F(InterfaceTest, HandlersSurviveEveryFailureOfTheFramework)
 TEST_F(InterfaceTest, ReplyOperationsSurviveEveryFailureOfTheFramework)
 {
     for (const ec::EC code : {success, ec::EC{0}}) {
+        SCOPED_TRACE(code);
         fake::sweep(fake::rpc_faults, [&] {
             Items items = two_items();
             ReplyRecorder command;
@@ -373,7 +379,8 @@ TEST_F(InterfaceTest, ReplyOperationsSurviveEveryFailureOfTheFramework)
             }
             EXPECT_EQ(items.empty(), encoded || (code == 0 && failed != "new_reply")) << failed;
             ASSERT_EQ(command.last != nullptr, encoded) << failed;
-            EXPECT_EQ(encoded ? command.last->all().size() : 0, encoded && code != 0 ? 1U : 0U);
+            EXPECT_EQ(encoded ? command.last->all().size() : 0, encoded && code != 0 ? 1U : 0U)
+                << failed;
         });
     }
     fake::sweep(fake::exhaustion, [&] {
