@@ -154,9 +154,9 @@ struct UnresolvedNames : std::runtime_error {
 };
 
 /// Replaces names by ids. Before it switches off services by name it lists, because nobody has to
-/// have seen a listing to know a name: the run levels must be recorded. Restoring and ignoring do
-/// without: a listing while xinetd is off would forget what was switched off. Throws
-/// UnresolvedNames.
+/// have seen a listing to know a name: the run levels must be recorded. A listing while xinetd is
+/// off would forget which of its services were switched off, so restoring and ignoring do without
+/// it, and so does this once xinetd itself was switched off. Throws UnresolvedNames.
 void resolve_names(Call& call, rpc::IIfaceRealize& interface)
 {
     const std::string missing = missing_configuration();
@@ -164,8 +164,13 @@ void resolve_names(Call& call, rpc::IIfaceRealize& interface)
         throw UnresolvedNames(missing);
     }
     try {
-        call.arguments.ids = find_ids(call.services, read_configuration());
-        if (call.operation == "optimize_service") {
+        const std::vector<Entry> entries = read_configuration();
+        call.arguments.ids = find_ids(call.services, entries);
+        const bool is_xinetd_off =
+            std::any_of(entries.begin(), entries.end(), [](const Entry& entry) {
+                return entry.name == "xinetd" && entry.op == optimized;
+            });
+        if (call.operation == "optimize_service" && !is_xinetd_off) {
             run_silently({"ls_service", {}}, interface);
         }
     } catch (const std::exception& error) {
@@ -229,7 +234,8 @@ ExitStatus run(const std::vector<std::string>& words, const std::string& origin,
                rpc::IIfaceRealize& interface, Printer& printer)
 {
     if (!is_known(words.front(), interface)) {
-        throw UsageError(words.front() + ": no such operation; see optimize_host --help");
+        throw UsageError((words.front().empty() ? "''" : words.front()) +
+                         ": no such operation; see optimize_host --help");
     }
     Call call = to_call(words);
     if (call.operation == "attributes") {

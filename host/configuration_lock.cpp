@@ -161,7 +161,8 @@ ConfigurationLock::ConfigurationLock()
         if (leads_to(m_path, file.get()) && find_lock_path() == m_path) {
             m_file = fwbase::Descriptor(fcntl(file.get(), F_DUPFD, lowest_number)); // is inherited
             if (!m_file.is_open()) {
-                fail(m_path + ": cannot keep the lock");
+                fail(m_path + ": cannot keep the lock in descriptor " +
+                     std::to_string(lowest_number));
             }
             return;
         }

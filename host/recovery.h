@@ -8,7 +8,7 @@ namespace host
 
 /// Completes what an interrupted optimize_service or restore_service had begun. The module lists
 /// the machine on a scratch copy of the configuration, which shows what has changed since the
-/// call's start. The services that have changed go to the operation once more: repeating a command
+/// configuration was written. The services that have changed go to the operation once more: repeating a command
 /// does no harm, and the configuration then records it. Services that the call had not reached stay
 /// as they are.
 ///

@@ -11,9 +11,20 @@ namespace fs = std::filesystem;
 namespace host
 {
 
+namespace
+{
+
+std::string temporary_folder()
+{
+    const char* const folder = std::getenv("TMPDIR");
+    return folder == nullptr || *folder == '\0' ? "/tmp" : folder;
+}
+
+} // namespace
+
 ScratchFolder::ScratchFolder()
     : m_earlier(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)),
-      m_path(fs::temp_directory_path() / "optimize_host.XXXXXX")
+      m_path(temporary_folder() + "/optimize_host.XXXXXX")
 {
     if (!m_earlier.is_open()) {
         fail("the working directory");

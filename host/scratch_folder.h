@@ -9,8 +9,8 @@ namespace host
 {
 
 /// Creates a private temporary folder and makes it the working directory; the destructor returns to
-/// the earlier one and removes the folder. Commands are
-/// found only in absolute entries of PATH. Not for several threads.
+/// the earlier one and removes the folder. Commands are found only in absolute entries of PATH. Not
+/// for several threads.
 class ScratchFolder
 {
 public:

@@ -25,6 +25,18 @@ std::string reason_of(int op)
     return state < state_names.size() ? state_names[state] : "state " + std::to_string(op);
 }
 
+/// The module switches the first service of an id, which may be another one.
+void require_own_id(const Entry& entry, const std::vector<Entry>& entries)
+{
+    for (const Entry& other : entries) {
+        if (other.id == entry.id && other.name != entry.name) {
+            throw std::runtime_error("'" + entry.name + "' and '" + other.name +
+                                     "' have the same id " + std::to_string(entry.id) +
+                                     " in the configuration");
+        }
+    }
+}
+
 } // namespace
 
 const Change* change_of(const Call& call)
@@ -55,6 +67,7 @@ std::vector<unsigned int> find_ids(const std::vector<std::string>& services,
         for (const Entry& entry : entries) {
             if (entry.name == service) {
                 is_found = true;
+                require_own_id(entry, entries);
                 add(entry.id);
             }
         }

@@ -29,13 +29,29 @@ bool is_missing(const std::string& path)
     return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
-/// A link is its owner's choice of a file.
-bool is_foreign(const std::string& path)
+/// Whether somebody else can change what is at the path, or what is in that folder.
+bool is_foreign(const struct stat& status)
 {
-    struct stat link = {};
-    struct stat file = {};
-    return (lstat(path.c_str(), &link) == 0 && link.st_uid != geteuid()) ||
-           (stat(path.c_str(), &file) == 0 && file.st_uid != geteuid());
+    const bool by_others = (status.st_mode & S_IWOTH) != 0;
+    const bool by_group = (status.st_mode & S_IWGRP) != 0 && status.st_gid != getegid();
+    return status.st_uid != geteuid() ||
+           (!S_ISLNK(status.st_mode) && (status.st_mode & S_ISVTX) == 0 && (by_others || by_group));
+}
+
+/// The first part of the way to the configuration that another user can change; empty if there is
+/// none. A link is its owner's choice of a file.
+std::string find_foreign()
+{
+    for (const char* const path :
+         {".", "./config", "./config/system_operation", configuration_path}) {
+        struct stat link = {};
+        struct stat file = {};
+        if ((lstat(path, &link) == 0 && is_foreign(link)) ||
+            (stat(path, &file) == 0 && is_foreign(file))) {
+            return path;
+        }
+    }
+    return "";
 }
 
 } // namespace
@@ -44,15 +60,18 @@ void enter_working_folder(const std::optional<std::string>& directory)
 {
     if (directory) {
         if (chdir(directory->c_str()) != 0) {
-            fail(*directory);
+            fail("'" + *directory + "'");
         }
     } else if (is_missing(configuration_path)) {
         if (!is_missing(installed_configuration()) && chdir(installed_directory) != 0) {
             fail(installed_directory);
         }
-    } else if (geteuid() == 0 && is_foreign(configuration_path)) {
-        throw std::runtime_error(std::string(configuration_path) +
-                                 ": belongs to another user; to use it all the same, add -C .");
+    } else if (geteuid() == 0) {
+        const std::string foreign = find_foreign();
+        if (!foreign.empty()) {
+            throw std::runtime_error(foreign + ": another user can change it; to work in this "
+                                               "folder all the same, add -C .");
+        }
     }
 }
 

@@ -14,7 +14,8 @@ _optimize_host_services()
             name = value("name")
             if (name ~ /[^0-9]/ && name !~ /[][ \t\n\\"$`&;|<>(){}*?~#!^=\047]/)
                 names = names name "\n"
-            ids = ids value("id") "\n"
+            if (value("id") ~ /^[0-9]+$/)
+                ids = ids value("id") "\n"
         }
         /-->/ { in_comment = 0 }
         END { printf "%s%s", names, ids }' "$1" 2>/dev/null
@@ -31,6 +32,7 @@ _optimize_host()
                 [[ ${COMP_WORDS[at]} != = ]] || ((at++)) # bash splits words at =
                 [[ $option != *[Cy] ]] || folder=${COMP_WORDS[at]}
                 ;;
+            -C?*) folder=${option#-C} ;;
             -?*) ;;
             *)
                 if [[ -z $operation ]]; then
@@ -72,14 +74,20 @@ _optimize_host()
     esac
     [[ $word != -* ]] || words='--directory --module --json --help --version'
     if [[ -n $state && $word != -* ]]; then
-        local file=config/system_operation/conf.xml
+        local candidate file=config/system_operation/conf.xml
+        folder=${folder//[\"\'\\]/}
         if [[ -n $folder ]]; then
             file=${folder/#~\//$HOME/}/$file
         elif [[ ! -e $file ]]; then
             file=/var/lib/optimize_option/$file
         fi
-        words=$(_optimize_host_services "$file" $state)
         compopt -o nosort 2>/dev/null || : # in the order of the file; bash 4.4 has it
+        # compgen -W would expand the text of the file.
+        COMPREPLY=()
+        while IFS= read -r candidate; do
+            [[ $candidate != "$word"* ]] || COMPREPLY+=("$candidate")
+        done < <(_optimize_host_services "$file" $state)
+        return
     fi
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
 }

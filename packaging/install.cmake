@@ -8,8 +8,16 @@ set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
 install(TARGETS optimize_host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS fwbase rpc_ireal_Optimize_Option
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/optimize_option)
-install(FILES packaging/optimize_host.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES packaging/completion.bash RENAME optimize_host
+# The manual page and the completion name the folder of the configuration, which goes with the prefix.
+set(STATE ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/lib/optimize_option)
+foreach(name optimize_host.1 completion.bash)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS packaging/${name})
+  file(READ packaging/${name} text)
+  string(REPLACE /var/lib/optimize_option ${STATE} text "${text}")
+  file(WRITE ${PROJECT_BINARY_DIR}/${name} "${text}")
+endforeach()
+install(FILES ${PROJECT_BINARY_DIR}/optimize_host.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${PROJECT_BINARY_DIR}/completion.bash RENAME optimize_host
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 # Only documents that do not point to files of the source tree.
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/optimize-option)
@@ -29,7 +37,6 @@ unset(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME)
 
 # The configuration is state that the program rewrites. It is made from the sample when it is missing:
 # by cmake --install, and in packages, which do not contain it, by their scripts.
-set(STATE ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/lib/optimize_option)
 set(OLD ${CMAKE_INSTALL_FULL_SYSCONFDIR}/optimize_option)
 set(SAMPLE ${CMAKE_INSTALL_FULL_DATADIR}/optimize_option)
 target_compile_definitions(host_objects PUBLIC INSTALLED_DIRECTORY="${STATE}")

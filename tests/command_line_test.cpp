@@ -20,11 +20,13 @@ protected:
             listing += name + " 0:off 1:off 2:on 3:on 4:off 5:off 6:off\n";
         }
         write("listing", listing);
-        write_conf(R"(<info id="1" name="cups" op="3"/><info id="2" name="cups" op="3"/>
+        write_conf(R"xml(<info id="1" name="cups" op="3"/><info id="2" name="cups" op="3"/>
             <!-- <info id="6" name="no" op="1"/> --><info id="7" name="打印" op="1" level="35"/>
-            <info id="8" name="no" op="1"/><info id="8" name="on" op="0" level="3"/>
+            <info id="8" name="no" op="1"/><info id="8" name="yes" op="0" level="3"/>
+            <info id="13" name="on" op="0" level="3"/>
             <info id="9" name="gone" op="0"/><info id="10" name="bad" op="0" level="5"/>
-            <info id="11" name="idle" op="2"/><info id="12" name="a-service-with-a-long-name"/>)");
+            <info id="11" name="idle" op="2"/><info id="12" name="a-service-with-a-long-name"/>
+            <info id="$(touch ran)" name="$(touch ran)" op="1"/>)xml");
     }
     /// The commands that the last call ran; the module prints each of them.
     static std::string commands()
@@ -48,9 +50,10 @@ TEST_F(CommandLineTest, TakesNamesAndSaysWhatWasNotHandled)
         std::string commands;
     } table[] = {
         {"", "optimize_service nosuch cups", 1, "no service 'nosuch' is", "optimize_host ls_s", ""},
-        {"", "ignore_service off on", 0, R"("unchanged":[{"id":8,"name":"on"}])", "not ignored",
+        {"", "ignore_service off 8", 0, R"("unchanged":[{"id":8,"name":"yes"}])", "not ignored",
          ""},
-        {"", "ignore_service on on", 0, R"("ids":[8],"names":["on"]})", "", ""}, // does not list
+        {"", "ignore_service on yes", 1, "", "'yes' and 'no' have the same id 8", ""},
+        {"", "ignore_service on on", 0, R"("ids":[13],"names":["on"]})", "", ""}, // does not list
         {"", "optimize_service idle 9 9 bad", 1,
          R"([{"id":11,"name":"idle","reason":"ignored"},{"id":9,"name":"gone","reason":)"
          R"("unavailable"},{"id":10,"name":"bad","reason":"command failed"}]})",
@@ -84,8 +87,10 @@ TEST_F(CommandLineTest, WorksInAFolder)
     EXPECT_EQ(shell(HOST " -C bin ls_reg && " HOST " -C bin restore_service cups"), 1);
     EXPECT_THAT(read("errors"), HasSubstr("/bin/config/system_operation/conf.xml"));
     if (geteuid() == 0) {
-        EXPECT_EQ(shell("chown 1 config/*/conf.xml; " HOST " get_optimize_num"), 3);
-        EXPECT_EQ(shell(HOST " get_optimize_num -C ."), 0);
+        for (const std::string path : {"config/*/conf.xml", "config", "."}) {
+            EXPECT_EQ(shell("chown 1 " + path + "; " HOST " get_optimize_num"), 3) << path;
+            EXPECT_EQ(shell(HOST " get_optimize_num -C .; chown 0 " + path), 0) << path;
+        }
     }
 }
 
@@ -103,6 +108,7 @@ TEST_F(CommandLineTest, AlignsColumnsAndCompletes)
                     "printf \"%s \" \"${COMPREPLY[@]}\"'"),
               0);
     EXPECT_EQ(read("output"), "打印 7 ") << read("errors");
+    EXPECT_EQ(access("bin/ran", F_OK), -1); // completing runs nothing
 }
 
 } // namespace
