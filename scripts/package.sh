@@ -96,7 +96,7 @@ check() {
     (
         cd "$place/machine"
         export PATH=$PWD/bin:$PATH
-        "$host" ls_service >listing
+        "$host" ls_service >listing 2>messages
         [[ $(grep -c ' [012] \(none\|optimized\|ignored\) ' listing) -eq 19 ]] ||
             die 'the embedded machine is not listed'
         # shellcheck source=packaging/completion.bash
@@ -106,7 +106,7 @@ check() {
         [[ ${COMPREPLY[*]} == 'atd avahi-daemon autofs' ]] || die "completed names to '${COMPREPLY[*]}'"
         grep -q ' 30  rsync  .*文件同步服务' listing || die 'the listing lacks rsync'
         cp "$root/$conf" config/system_operation
-        [[ $("$host" ls_service | grep -c ' 0 none ') -eq 14 ]] ||
+        [[ $("$host" ls_service 2>messages | grep -c ' 0 none ') -eq 14 ]] ||
             die 'the sample configuration does not list the embedded machine'
     )
 }
