@@ -44,20 +44,20 @@ mv large.xml $conf
 # The file without its score must stay the same.
 digest() { sed 's/<optimize_sorce>[0-9]*</<optimize_sorce></' $conf | cksum; }
 
-"$host" ls_service >/dev/null # brings the file in line with the machine
+"$host" ls_service >/dev/null 2>>messages # brings the file in line with the machine
 whole=$(digest)
 
 for ((round = 1; round <= rounds / 10; round++)); do
     writers=()
     for score in 1 2 3 4; do
-        "$host" set_optimize_sorce $score >/dev/null &
+        "$host" set_optimize_sorce $score >/dev/null 2>>messages &
         writers+=($!)
     done
     succeeded=true
     for writer in "${writers[@]}"; do
         wait "$writer" || succeeded=false
     done
-    score=$("$host" get_optimize_sorce | head -n1)
+    score=$("$host" get_optimize_sorce 2>>messages | head -n1)
     [[ $succeeded == true && $(digest) == "$whole" && $score == [1-4] ]] ||
         die "$conf: damaged by processes that wrote at once"
 done
@@ -83,7 +83,7 @@ for ((round = 1; round <= rounds; round++)); do
     files=$(find config/system_operation -type f ! -name '*.lock' | wc -l)
     [[ $files -le 2 ]] || die "$(dirname $conf): $files files, temporary ones pile up"
 done
-"$host" set_optimize_sorce 1 >/dev/null
+"$host" set_optimize_sorce 1 >/dev/null 2>>messages
 [[ $(find config/system_operation -type f ! -name '*.lock') == "$conf" ]] ||
     die 'a temporary file outlived the next save'
 
