@@ -13,7 +13,7 @@ namespace
 {
 
 /// Reads a number as the module does.
-int to_number(const std::string& text)
+int to_stored_number(const std::string& text)
 {
     using Limits = std::numeric_limits<int>;
     const long number = std::strtol(text.c_str(), nullptr, 10);
@@ -36,10 +36,10 @@ std::vector<Entry> read_services(IXmlDocument& document)
 {
     std::vector<Entry> entries;
     for_each_service(document, [&entries](IXmlNode& info) {
-        entries.push_back({static_cast<unsigned int>(to_number(info.attribute("id")->value())),
-                           info.attribute("name")->value(),
-                           to_number(info.attribute("op")->value()),
-                           info.attribute("level")->value()});
+        entries.push_back(
+            {static_cast<unsigned int>(to_stored_number(info.attribute("id")->value())),
+             info.attribute("name")->value(), to_stored_number(info.attribute("op")->value()),
+             info.attribute("level")->value()});
     });
     return entries;
 }
