@@ -1,6 +1,8 @@
 // Result codes of the host framework.
 #pragma once
 
+#include "framework/binary_contract.h"
+
 #include <cstdint>
 
 namespace ec

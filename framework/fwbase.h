@@ -2,6 +2,11 @@
 //
 // The order of the virtual operations is a binary contract: append only. Give objects back with
 // release(); never delete them. Strings are NUL-terminated bytes.
+//
+// Operations may throw unless their comment says otherwise. A module gives back what it holds and
+// lets the exception pass to the host through init, release, fatts or call_func; it handles only
+// CLiteXmlException itself. A release() should not throw: while another exception passes, its own
+// is lost.
 #pragma once
 
 #include "framework/ec.h"
@@ -60,7 +65,7 @@ public:
     virtual ec::EC new_block(IDataBlock*& block, std::uint32_t size) = 0;
     /// Returns storage of `size` bytes, aligned for every type, or null.
     virtual void* alloc(std::size_t size) = 0;
-    /// Frees storage from alloc(). Ignores null.
+    /// Frees storage from alloc(). Ignores null. Must not throw.
     virtual void free(void* storage) = 0;
 
 protected:

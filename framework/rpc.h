@@ -37,7 +37,7 @@ class IParam
 public:
     /// The value storage (see ParamType); valid as long as the parameter.
     virtual const void* value() const = 0;
-    /// The parameter's ParamType.
+    /// The parameter's ParamType. A module asks for it before it reads the value.
     virtual unsigned type() const = 0;
     virtual void release() = 0;
 
@@ -86,8 +86,9 @@ protected:
 class ICommand
 {
 public:
-    /// Sends a reply before the call has ended. Always takes ownership of the block, even on
-    /// failure.
+    /// Sends a reply before the call has ended. `code` is what IMemManager::new_block returned for
+    /// the block; the operation's code is in the message. Always takes ownership of the block, even
+    /// on failure.
     virtual ec::EC reply(ec::EC code, fwbase::IDataBlock* block) = 0;
 
 protected:
@@ -101,15 +102,17 @@ class IMsgFactory
 public:
     /// A request for the operation `name`, or with an empty name a message to be filled by read().
     virtual IRequest* new_request(const char* name) = 0;
-    /// A reply to `command` that carries `code`.
+    /// A reply to `command`, which is the pointer that the host gave to call_func, that carries
+    /// `code`.
     virtual IRequest* new_reply(ICommand* command, ec::EC code) = 0;
     /// An empty container for the fields of one record.
     virtual IParams* new_record() = 0;
     /// A parameter of the given ParamType. With `hand_over` 1 it takes ownership of the value
     /// object, which must have been made with new. With 0 it borrows the object, which must stay
     /// alive until the message has been serialised. A T_RECORD_LIST always takes ownership of the
-    /// containers; `hand_over` applies to the vector only. On failure, ownership stays with the
-    /// caller.
+    /// containers and copies the pointers to them at once, because it releases them after the
+    /// vector may be gone; `hand_over` applies to the vector only. On failure, ownership stays with
+    /// the caller.
     virtual IParam* new_param(unsigned type, const void* value, int hand_over) = 0;
 
 protected:
@@ -157,7 +160,8 @@ public:
     /// Runs one call. `in` is a call block: two bytes for the host's use, one byte with the length
     /// L of an extension, one byte for the host's use, L bytes of extension, then the request
     /// message. On success sets `out` to the reply, which the caller owns. Replies that the
-    /// operation sends while it runs go to `command`.
+    /// operation sends while it runs go to `command`, which may be null for an operation that sends
+    /// none.
     virtual ec::EC call_func(const fwbase::IDataBlock* in, fwbase::IDataBlock*& out,
                              ICommand* command) = 0;
 };

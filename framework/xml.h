@@ -1,5 +1,7 @@
 // The host framework's XML library: a document, its nodes, and lists of nodes.
 //
+// The order of the virtual operations is a binary contract: append only.
+//
 // Paths and texts are NUL-terminated; texts are UTF-8. Every failure is a CLiteXmlException. Out of
 // memory may be reported as std::bad_alloc instead. A document and everything obtained from it
 // belong to one thread at a time; documents are independent of one another. Release nodes and lists
@@ -23,6 +25,8 @@
 // instructions of more than about 10,000,000 bytes; 2.16 refuses texts of that size, 2.9 only those
 // with characters outside ASCII.
 #pragma once
+
+#include "framework/binary_contract.h"
 
 #include <exception>
 #include <string>
@@ -49,9 +53,9 @@ class IXmlNodeList;
 class IXmlNode
 {
 public:
-    /// The element's attribute of that name, which has no name space. Belongs to this node and is
-    /// never released. If the element lacks the attribute, it reads as empty, and setValue creates
-    /// it.
+    /// The element's attribute of that name, which has no name space. Belongs to this node, is
+    /// valid as long as it, and is never released. If the element lacks the attribute, it reads as
+    /// empty, and setValue creates it.
     virtual IXmlNode* attribute(const char* name) = 0;
     /// An attribute's value, or the whole text of an element.
     virtual std::string value() = 0;

@@ -1,7 +1,7 @@
 // The interface object: what the host sees of the module.
 #pragma once
 
-#include "framework/rpc.h"
+#include "rpc/entry.h"
 #include "rpc/system_option.h"
 
 #include <map>
@@ -139,7 +139,3 @@ private:
 };
 
 } // namespace rpc
-
-/// The module's one exported function. Returns the one interface object, which lives until the
-/// module is unloaded. May be called any number of times, on any thread.
-extern "C" [[gnu::visibility("default")]] rpc::IIfaceRealize* rpc_ireal_Optimize_Option();
