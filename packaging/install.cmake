@@ -27,9 +27,11 @@ install(FILES CHANGELOG.md docs/configuration.md packaging/copyright DESTINATION
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/optimize_option)
 install(DIRECTORY framework DESTINATION ${headers})
-install(FILES rpc/result_codes.h DESTINATION ${headers}/rpc)
+install(FILES rpc/entry.h rpc/result_codes.h DESTINATION ${headers}/rpc)
 install(FILES docs/interface.md DESTINATION ${documents})
-install(FILES examples/embed.cpp DESTINATION ${documents}/examples)
+install(DIRECTORY examples/embed DESTINATION ${documents}/examples)
+file(RELATIVE_PATH HEADERS_FROM_PKGCONFIG ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+  ${CMAKE_INSTALL_FULL_INCLUDEDIR}/optimize_option)
 configure_file(packaging/optimize-option.pc.in optimize-option.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/optimize-option.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

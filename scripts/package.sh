@@ -54,23 +54,29 @@ check_document() {
     done < <(zcat -f "$document" | grep -oE '[A-Za-z0-9_./-]*[A-Za-z0-9_/-]' | sed 's|^[.]/||' | sort -u)
 }
 
-# The example of a host, built as its authors do it: with what pkg-config says.
+# Builds the example of a host with the installation in $1, whose libraries are in $2, as its authors do,
+# and lets it list and switch services of the embedded machine.
 check_host() {
-    local root=$1 libraries=$2 flags count
-    export PKG_CONFIG_LIBDIR=$root/usr/$libraries/pkgconfig
-    read -ra flags < <(PKG_CONFIG_SYSROOT_DIR=$root pkg-config --cflags --libs optimize-option)
-    "${CXX:-c++}" -std=c++17 -Wall -Wextra -Werror -o "$place/embed" \
-        "$root/usr/share/doc/optimize-option/examples/embed.cpp" "${flags[@]}" -ldl ||
-        die 'the example of a host does not compile'
-    count=$(cd "$place/machine" && PATH=$PWD/bin:$PATH \
-        LD_LIBRARY_PATH=$root/usr/$libraries/optimize_option \
-        "$place/embed" "$root$(pkg-config --variable=module optimize-option)" | wc -l)
-    [[ $count -eq 19 ]] || die "the example of a host lists $count services"
+    local build=$place/embed count
+    rm -rf "$build" "$place/machine"
+    cp -R "$machine" "$place/machine"
+    quietly "$build.log" env CXXFLAGS='-Wall -Wextra -Werror' PKG_CONFIG_LIBDIR="$1/$2/pkgconfig" \
+        cmake -S "$1/share/doc/optimize-option/examples/embed" -B "$build"
+    quietly "$build.log" cmake --build "$build"
+    (
+        cd "$place/machine"
+        export PATH=$PWD/bin:$PATH
+        count=$("$build/embed" | wc -l)
+        [[ $count -eq 19 ]] || die "the example of a host lists $count services"
+        "$build/embed" off 3 >"$build.log" && chkconfig --list cups | grep -q '3:off' &&
+            "$build/embed" on 3 >"$build.log" && chkconfig --list cups | grep -q '2:on.*5:on' ||
+            die 'the example of a host does not switch cups'
+    )
 }
 
 # Checks the unpacked packages of a kind. $2 is their folder of libraries.
 check() {
-    local root=$1 libraries=$1/usr/$2/optimize_option file
+    local root=$1 libraries=$1/usr/$2/optimize_option file option
     local host=$root/usr/bin/optimize_host documents=$root/usr/share/doc/optimize-option
     local conf=usr/share/optimize_option/config/system_operation/conf.xml
     for file in "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so "$root/$conf" \
@@ -83,16 +89,19 @@ check() {
         check_document "$root" "$file"
     done < <(find "$documents" "$root/usr/share/man" -type f ! -name '*hangelog*' ! -name 'CHANGELOG*')
     check_hardened "$host" "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so
-    # The headers are complete: each compiles by itself.
+    # The headers are complete: each compiles by itself, unless that cannot work.
+    local compile=("${CXX:-c++}" -std=c++11 -fsyntax-only -x c++ -I "$root/usr/include/optimize_option")
     while read -r file; do
-        "${CXX:-c++}" -std=c++17 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -include "$file" \
-            -I "$root/usr/include/optimize_option" -x c++ /dev/null || die "$file does not compile"
+        "${compile[@]}" -Wall -Wextra -Wpedantic -Werror -include "$file" /dev/null ||
+            die "$file does not compile"
     done < <(find "$root/usr/include" -name '*.h' -printf '%P\n' | cut -d/ -f2-)
+    for option in -D_GLIBCXX_DEBUG -D_GLIBCXX_USE_CXX11_ABI=0 -fno-exceptions; do
+        ! "${compile[@]}" $option -include framework/ec.h /dev/null 2>/dev/null ||
+            die "the headers compile with $option"
+    done
 
     # The embedded machine, with its own configuration and then with the sample; and completion.
-    rm -rf "$place/machine"
-    cp -R "$machine" "$place/machine"
-    check_host "$root" "$2"
+    check_host "$root/usr" "$2"
     (
         cd "$place/machine"
         export PATH=$PWD/bin:$PATH
@@ -209,3 +218,4 @@ install_in moved
 install_in other --prefix /opt/prefix
 [[ -e $place/other/var/opt/prefix/lib/optimize_option/config/system_operation/conf.xml ]] ||
     die 'cmake --install has made no configuration for another prefix'
+check_host "$place/new/usr" lib64

@@ -1,107 +1,159 @@
-// A minimal host: loads the module, lists the services of this machine and prints their ids, names
-// and states.
+// A minimal host: loads the installed module, lists the services of this machine, and switches one.
 //
-//     c++ -std=c++17 embed.cpp -o embed $(pkg-config --cflags --libs optimize-option) -ldl
-//     ./embed $(pkg-config --variable=module optimize-option)
+//     embed              prints the id, the name and the state of each service
+//     embed off|on ID    then switches one off, or back on
 //
-// Run it in a folder that holds config/system_operation/conf.xml. A host for real use also has to
-// carry calls to their end, see interface.md: "What a host has to ensure".
+// Run it in a folder that holds config/system_operation/conf.xml.
+#include "transaction.h"
+
 #include <framework/owned.h>
-#include <framework/rpc.h>
+#include <rpc/entry.h>
 
 #include <cstdio>
 #include <cstring>
 #include <dlfcn.h>
-#include <string>
+#include <new>
 #include <vector>
 
 namespace
 {
 
-/// The RPC service, which makes all messages. Its reference is given back by the guard.
-owned<rpc::IRpcService> find_rpc_service()
+/// Takes an object from a function that returns null on failure.
+template <class T>
+T& made(T* object)
 {
-    void* service = nullptr;
-    fwbase::IFWBase::instance()->obj_registry()->query("obj.fws.rpc", &service);
-    return owned<rpc::IRpcService>(static_cast<rpc::IRpcService*>(service));
+    return object != nullptr ? *object : throw std::bad_alloc();
 }
 
-/// The value of the next parameter of a list. T_UINT32 values are borrowed as they are, those of
-/// the other types through a pointer.
+/// The value of the next parameter. Those of type T_UINT32 are stored as they are, the others as
+/// pointers to them.
 template <class Value>
-Value next_value(rpc::IParams& params)
+const Value& next_value(rpc::IParams& params)
 {
     rpc::IParam* param = nullptr;
     params.next(param);
-    return *static_cast<const Value*>(param->value());
+    return *static_cast<const Value*>(made(param).value());
 }
 
-/// Receives the replies that an operation sends while it runs: one service each.
-class ServicePrinter final : public rpc::ICommand
+using Ids = std::vector<unsigned int>;
+using Records = std::vector<rpc::IParams*>;
+
+/// Makes calls and prints the services or ids that they reply with.
+class Caller final : public rpc::ICommand
 {
 public:
-    explicit ServicePrinter(rpc::IMsgFactory& factory) : m_factory(factory) {}
-
-    ec::EC reply(ec::EC code, fwbase::IDataBlock* block) override
+    Caller(rpc::IIfaceRealize& module, rpc::IMsgFactory& factory)
+        : m_module(module), m_factory(factory)
     {
-        const owned<fwbase::IDataBlock> owner(block);
-        const owned<rpc::IRequest> message(m_factory.new_request(""));
-        if (!message || message->read(block->data(), block->size()) == 0) {
-            return 0; // bit 31 clear: failure
-        }
-        using Records = std::vector<rpc::IParams*>;
-        for (rpc::IParams* const record : *next_value<const Records*>(*message->params())) {
-            const auto id = next_value<rpc::int32>(*record);
-            const std::string& name = *next_value<const std::string*>(*record);
-            next_value<const std::string*>(*record); // the description, in GBK
-            std::printf("%u %s %u\n", id, name.c_str(), next_value<rpc::int32>(*record));
-        }
-        return code;
     }
 
+    /// Calls an operation, with ids unless that is null. Returns false if the operation failed.
+    bool call(const char* operation, const Ids* ids)
+    {
+        const owned<rpc::IRequest> request(&made(m_factory.new_request(operation)));
+        if (ids != nullptr) {
+            request->params()->add(&made(m_factory.new_param(rpc::T_UINT32_LIST, ids, 0)));
+        }
+        const std::uint32_t size = request->size();
+        fwbase::IDataBlock* in = nullptr;
+        fwbase::IFWBase::instance()->mem_manager()->new_block(in, 4 + size);
+        const owned<fwbase::IDataBlock> owner(&made(in));
+        std::memset(in->buffer(), 0, 4); // the header, without an extension
+        request->write(in->buffer() + 4, size);
+
+        fwbase::IDataBlock* out = nullptr;
+        m_module.call_func(in, out, this);
+        return out != nullptr && ec::succeeded(reply(0, out));
+    }
+
+    /// Prints a reply. Returns a failure if it has no list: then the operation failed.
+    ec::EC reply(ec::EC, fwbase::IDataBlock* block) override
+    {
+        const owned<fwbase::IDataBlock> owner(block);
+        const owned<rpc::IRequest> message(&made(m_factory.new_request("")));
+        rpc::IParam* list = nullptr;
+        if (message->read(block->data(), block->size()) != 0) {
+            message->params()->next(list);
+        }
+        if (list == nullptr) {
+            return 0;
+        }
+        if (list->type() == rpc::T_UINT32_LIST) {
+            for (const unsigned int id : **static_cast<const Ids* const*>(list->value())) {
+                std::printf("switched %u\n", id);
+                ++switched;
+            }
+        } else {
+            for (auto* const record : **static_cast<const Records* const*>(list->value())) {
+                const auto id = next_value<rpc::int32>(*record);
+                const std::string& name = *next_value<const std::string*>(*record);
+                next_value<const std::string*>(*record); // the description, in GBK
+                std::printf("%u %s %u\n", id, name.c_str(), next_value<rpc::int32>(*record));
+            }
+        }
+        return 0x80000000;
+    }
+
+    int switched = 0;
+
 private:
+    rpc::IIfaceRealize& m_module;
     rpc::IMsgFactory& m_factory;
 };
 
-/// A call block: four bytes of header without an extension, then the request. Null if it cannot be
-/// made.
-owned<fwbase::IDataBlock> make_call(rpc::IMsgFactory& factory, const char* operation)
+void run(const std::string& direction, unsigned int id)
 {
-    const owned<rpc::IRequest> request(factory.new_request(operation));
-    const std::uint32_t size = request ? request->size() : 0;
-    fwbase::IDataBlock* block = nullptr;
-    fwbase::IMemManager& memory = *fwbase::IFWBase::instance()->mem_manager();
-    if (size == 0 || !ec::succeeded(memory.new_block(block, 4 + size))) {
-        return nullptr;
+    void* const library = dlopen(MODULE, RTLD_NOW); // stays loaded until the program ends
+    const auto entry = reinterpret_cast<decltype(rpc_ireal_Optimize_Option)*>(
+        library == nullptr ? nullptr : dlsym(library, "rpc_ireal_Optimize_Option"));
+    if (entry == nullptr) {
+        throw std::runtime_error(dlerror());
     }
-    std::memset(block->buffer(), 0, 4);
-    request->write(block->buffer() + 4, size);
-    return owned<fwbase::IDataBlock>(block);
+    const owned<rpc::IIfaceRealize> module(entry());
+    void* service = nullptr;
+    if (!ec::succeeded(module->init(nullptr)) ||
+        !ec::succeeded(
+            fwbase::IFWBase::instance()->obj_registry()->query("obj.fws.rpc", &service))) {
+        throw std::runtime_error("the module cannot be initialised");
+    }
+    const owned<rpc::IRpcService> rpc(static_cast<rpc::IRpcService*>(service));
+    Caller caller(*module, *rpc->msg_factory());
+    Transaction transaction;
+    bool succeeded = caller.call("ls_service", nullptr);
+    if (succeeded && !direction.empty()) {
+        const char* const operation = direction == "off" ? "optimize_service" : "restore_service";
+        const Ids ids(1, id);
+        transaction.write_journal(operation, id);
+        succeeded = caller.call(operation, &ids);
+        if (succeeded) {
+            transaction.clear_journal();
+        }
+        if (succeeded && caller.switched == 0) {
+            throw std::runtime_error("not switched: the service is in another state");
+        }
+    }
+    if (!succeeded) {
+        throw std::runtime_error("the operation has failed");
+    }
 }
 
 } // namespace
 
 int main(int count, char** arguments)
 {
-    void* const library = count == 2 ? dlopen(arguments[1], RTLD_NOW) : nullptr;
-    void* const entry = library ? dlsym(library, "rpc_ireal_Optimize_Option") : nullptr;
-    if (entry == nullptr) {
-        std::fprintf(stderr, "embed: %s\n", count == 2 ? dlerror() : "usage: embed MODULE");
+    const std::string direction = count == 3 ? arguments[1] : "";
+    unsigned int id = 0;
+    char rest = 0;
+    if (count != 1 && ((direction != "off" && direction != "on") ||
+                       std::sscanf(arguments[2], "%u%c", &id, &rest) != 1)) {
+        std::fputs("usage: embed [off|on ID]\n", stderr);
+        return 2;
+    }
+    try {
+        run(direction, id);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "embed: %s\n", error.what());
         return 1;
     }
-    rpc::IIfaceRealize& module = *reinterpret_cast<rpc::IIfaceRealize* (*)()>(entry)();
-    bool listed = false;
-    if (ec::succeeded(module.init(nullptr))) {
-        const owned<rpc::IRpcService> service = find_rpc_service();
-        ServicePrinter command(*service->msg_factory());
-        fwbase::IDataBlock* reply = nullptr;
-        if (const auto call = make_call(*service->msg_factory(), "ls_service")) {
-            module.call_func(call.get(), reply, &command);
-        }
-        listed = reply != nullptr;
-        owned<fwbase::IDataBlock>(reply).reset();
-    }
-    module.release();
-    dlclose(library);
-    return listed ? 0 : 1;
+    return 0;
 }
