@@ -23,6 +23,11 @@ install(FILES ${PROJECT_BINARY_DIR}/completion.bash RENAME optimize_host
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/optimize-option)
 install(FILES CHANGELOG.md docs/configuration.md packaging/copyright DESTINATION ${documents})
 
+# Ansible looks for modules in this folder.
+install(FILES examples/ansible/library/optimize_option.py
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/ansible/plugins/modules)
+install(FILES examples/ansible/optimize.yml DESTINATION ${documents}/examples/ansible)
+
 # For authors of hosts.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/optimize_option)

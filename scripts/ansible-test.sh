@@ -1,0 +1,113 @@
+#!/usr/bin/env bash
+# Runs the playbook of examples/ansible on three copies of the embedded machine, each a host with a local
+# connection. Needs the release build.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+source scripts/dependencies.sh
+need ansible
+(need ansible_lint) || true
+
+place=$(mktemp -d)
+trap 'rm -rf "$place"' EXIT
+log=$place/log
+machines=(one two three)
+export ANSIBLE_CONFIG=$place/ansible.cfg # an empty one: no settings of this machine
+export ANSIBLE_LOCAL_TEMP=$place/local ANSIBLE_NOCOLOR=true
+touch "$ANSIBLE_CONFIG"
+
+die() {
+    cat "$log" >&2
+    echo "ansible-test.sh: $1" >&2
+    exit 1
+}
+
+# Each machine has a login shell that finds the tools of that machine.
+for machine in "${machines[@]}"; do
+    cp -R machine "$place/$machine"
+    cat >"$place/$machine.shell" <<END
+#!/bin/sh
+PATH='$place/$machine/bin:$PWD/build/release/bin:$PATH'
+export PATH
+exec /bin/sh "\$@"
+END
+    chmod +x "$place/$machine.shell"
+    echo "$machine ansible_connection=local ansible_shell_executable=$place/$machine.shell" \
+        "ansible_remote_tmp=$place/remote directory=$place/$machine"
+done >"$place/inventory"
+
+# A sum of what the machines and their configurations are.
+state() {
+    (cd "$place" && find "${machines[@]}" -type f ! -name '*.lock' -exec cksum {} + | sort)
+}
+
+# $1: Runs the playbook with the arguments $3... and compares its end, a line with the numbers of changes and
+# failures and the report for each machine, with the pattern $2. One that begins with "*" stands for a line
+# of each machine. Checks that nothing was changed if no machine says so, or in check mode.
+play() {
+    local title=$1 expected=$2 before found
+    shift 2
+    before=$(state)
+    ansible-playbook -i "$place/inventory" "$@" examples/ansible/optimize.yml >"$log" 2>&1 || true
+    found=$(awk -F '[][]' '
+        /^(ok|changed|fatal): \[/ { host = $2 }
+        /^ *"msg": / { sub(/^ *"msg": "/, ""); sub(/"$/, ""); report[host] = $0 }
+        /^PLAY RECAP/ { recap = 1 }
+        recap && match($0, /changed=[0-9]+/) {
+            changed = substr($0, RSTART, RLENGTH)
+            match($0, /failed=[0-9]+/)
+            split($0, words, " ")
+            print words[1] " " changed " " substr($0, RSTART, RLENGTH) " " report[words[1]]
+        }' "$log" | sort)
+    if [[ $expected == '*'* ]]; then
+        expected=$(printf "%s${expected#'*'}\n" "${machines[@]}")
+    fi
+    # shellcheck disable=SC2053 # a pattern
+    [[ $found == $(sort <<<"$expected") ]] || die "$title: reported
+$found"
+    if [[ $expected != *changed=1* || " $* " == *' --check '* ]]; then
+        [[ $(state) == "$before" ]] || die "$title: something has changed"
+    fi
+    echo "$title: as expected"
+}
+
+services=(-e '{"names": ["cups", "rsync"]}')
+for machine in "${machines[@]}"; do # brings the files in line with the machines
+    (cd "$place/$machine" && PATH=$PWD/bin:$PATH "$OLDPWD/build/release/bin/optimize_host" ls_service) >"$log" 2>&1
+done
+first=$(state)
+
+play 'check mode' '* changed=1 failed=0 would be optimized: cups, rsync' "${services[@]}" --check --diff
+[[ $(grep -c '^[-+]\(cups: none\|rsync: optimized\)$' "$log") -eq 6 ]] || die 'check mode: shows no difference'
+play 'first run' '* changed=1 failed=0 optimized: cups, rsync' "${services[@]}"
+[[ $(grep -lP '^cups\t-$' "$place"/*/etc/runlevels | wc -l) -eq 3 ]] ||
+    die 'first run: cups is not switched off'
+play 'second run' '* changed=0 failed=0 optimized: nothing' "${services[@]}"
+play 'check mode after it' '* changed=0 failed=0 would be optimized: nothing' "${services[@]}" --check
+play 'restoring in check mode' '* changed=1 failed=0 would be restored: cups, rsync' \
+    "${services[@]}" -e state=restored --check
+play restoring '* changed=1 failed=0 restored: cups, rsync' "${services[@]}" -e state=restored
+[[ $(state) == "$first" ]] || die 'restoring: the machines are not as before'
+
+play 'ignoring in check mode' '* changed=1 failed=0 would be ignored: atd' \
+    -e '{"names": ["atd"], "state": "ignored"}' --check
+play ignoring '* changed=1 failed=0 ignored: atd' -e '{"names": ["atd"], "state": "ignored"}'
+play 'an ignored service' '* changed=0 failed=1 atd (2) not handled: ignored; id 99 not handled: not configured' \
+    -e '{"names": ["atd", 99]}'
+play 'an ignored service in check mode' '* changed=1 failed=1 atd (2) not handled: ignored; would be optimized: cups' \
+    -e '{"names": ["atd", "cups"]}' --check
+play 'an unknown service' "* changed=0 failed=1 no service 'cusp' is configured; see optimize_host ls_service" \
+    -e '{"names": ["cups", "cusp"]}'
+play listing '* changed=1 failed=0 listed: atd' -e '{"names": ["atd"], "state": "listed"}'
+[[ $(state) == "$first" ]] || die 'listing: the machines are not as before'
+
+echo '<oops' >"$place/two/config/system_operation/conf.xml"
+play 'a broken configuration' "one changed=1 failed=0 optimized: cups, rsync
+three changed=1 failed=0 optimized: cups, rsync
+two changed=0 failed=1 ./config/system_operation/conf.xml:2: cannot parse: *" "${services[@]}"
+
+ansible-doc -M examples/ansible/library optimize_option >"$log" 2>&1 || die 'ansible-doc does not show the module'
+grep -q '= state' "$log" || die 'ansible-doc does not show the options'
+if command -v ansible-lint >/dev/null; then
+    (cd examples/ansible && ansible-lint --offline optimize.yml) >"$log" 2>&1 || die 'ansible-lint has findings'
+    echo 'ansible-lint: no findings'
+fi
