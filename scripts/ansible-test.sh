@@ -32,12 +32,14 @@ exec /bin/sh "\$@"
 END
     chmod +x "$place/$machine.shell"
     echo "$machine ansible_connection=local ansible_shell_executable=$place/$machine.shell" \
-        "ansible_remote_tmp=$place/remote directory=$place/$machine"
+        "ansible_remote_tmp=$place/remote optimize_directory=$place/$machine"
 done >"$place/inventory"
+# One of them keeps its configuration elsewhere.
+(cd "$place/three" && mv config/system_operation/conf.xml . && ln -s ../../conf.xml config/system_operation)
 
 # A sum of what the machines and their configurations are.
 state() {
-    (cd "$place" && find "${machines[@]}" -type f ! -name '*.lock' -exec cksum {} + | sort)
+    (cd "$place" && find "${machines[@]}" -type f -exec cksum {} + | sort)
 }
 
 # $1: Runs the playbook with the arguments $3... and compares its end, a line with the numbers of changes and
@@ -70,7 +72,7 @@ $found"
     echo "$title: as expected"
 }
 
-services=(-e '{"names": ["cups", "rsync"]}')
+services=(-e '{"optimize_names": ["cups", "rsync"]}')
 for machine in "${machines[@]}"; do # brings the files in line with the machines
     (cd "$place/$machine" && PATH=$PWD/bin:$PATH "$OLDPWD/build/release/bin/optimize_host" ls_service) >"$log" 2>&1
 done
@@ -84,21 +86,32 @@ play 'first run' '* changed=1 failed=0 optimized: cups, rsync' "${services[@]}"
 play 'second run' '* changed=0 failed=0 optimized: nothing' "${services[@]}"
 play 'check mode after it' '* changed=0 failed=0 would be optimized: nothing' "${services[@]}" --check
 play 'restoring in check mode' '* changed=1 failed=0 would be restored: cups, rsync' \
-    "${services[@]}" -e state=restored --check
-play restoring '* changed=1 failed=0 restored: cups, rsync' "${services[@]}" -e state=restored
+    "${services[@]}" -e optimize_state=restored --check --diff
+[[ $(grep -c '^[-+]\(cups: optimized\|rsync: none\)$' "$log") -eq 6 ]] || die 'check mode: shows no difference'
+play restoring '* changed=1 failed=0 restored: cups, rsync' "${services[@]}" -e optimize_state=restored
 [[ $(state) == "$first" ]] || die 'restoring: the machines are not as before'
 
 play 'ignoring in check mode' '* changed=1 failed=0 would be ignored: atd' \
-    -e '{"names": ["atd"], "state": "ignored"}' --check
-play ignoring '* changed=1 failed=0 ignored: atd' -e '{"names": ["atd"], "state": "ignored"}'
+    -e '{"optimize_names": ["atd"], "optimize_state": "ignored"}' --check
+play ignoring '* changed=1 failed=0 ignored: atd' -e '{"optimize_names": ["atd"], "optimize_state": "ignored"}'
 play 'an ignored service' '* changed=0 failed=1 atd (2) not handled: ignored; id 99 not handled: not configured' \
-    -e '{"names": ["atd", 99]}'
+    -e '{"optimize_names": ["atd", 99]}'
 play 'an ignored service in check mode' '* changed=1 failed=1 atd (2) not handled: ignored; would be optimized: cups' \
-    -e '{"names": ["atd", "cups"]}' --check
-play 'an unknown service' "* changed=0 failed=1 no service 'cusp' is configured; see optimize_host ls_service" \
-    -e '{"names": ["cups", "cusp"]}'
-play listing '* changed=1 failed=0 listed: atd' -e '{"names": ["atd"], "state": "listed"}'
+    -e '{"optimize_names": ["atd", "cups"]}' --check
+play 'an unknown service' "* changed=0 failed=1 no service '-h' is configured; see optimize_host ls_service" \
+    -e '{"optimize_names": ["cups", "-h"]}'
+play listing '* changed=1 failed=0 listed: atd' -e '{"optimize_names": ["atd"], "optimize_state": "listed"}'
 [[ $(state) == "$first" ]] || die 'listing: the machines are not as before'
+
+for machine in "${machines[@]}"; do # was killed after it had switched cups off
+    PATH=$place/$machine/bin:$PATH chkconfig --level 2345 cups off
+    printf 'optimize_service 3\nend\n' >"$(readlink -f "$place/$machine/config/system_operation/conf.xml").lock"
+done
+play 'an interrupted call in check mode' '* changed=1 failed=0 would be restored: cups' \
+    -e '{"optimize_names": ["cups"], "optimize_state": "restored"}' --check
+play 'an interrupted call' '* changed=1 failed=0 restored: cups' \
+    -e '{"optimize_names": ["cups"], "optimize_state": "restored"}'
+[[ $(state) == "$first" ]] || die 'an interrupted call: the machines are not as before'
 
 echo '<oops' >"$place/two/config/system_operation/conf.xml"
 play 'a broken configuration' "one changed=1 failed=0 optimized: cups, rsync
