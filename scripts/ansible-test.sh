@@ -79,7 +79,7 @@ done
 first=$(state)
 
 play 'check mode' '* changed=1 failed=0 would be optimized: cups, rsync' "${services[@]}" --check --diff
-[[ $(grep -c '^[-+]\(cups: none\|rsync: optimized\)$' "$log") -eq 6 ]] || die 'check mode: shows no difference'
+[[ $(grep -c '^\(-cups: none\|+rsync: optimized\)$' "$log") -eq 6 ]] || die 'check mode: shows no difference'
 play 'first run' '* changed=1 failed=0 optimized: cups, rsync' "${services[@]}"
 [[ $(grep -lP '^cups\t-$' "$place"/*/etc/runlevels | wc -l) -eq 3 ]] ||
     die 'first run: cups is not switched off'
@@ -87,7 +87,7 @@ play 'second run' '* changed=0 failed=0 optimized: nothing' "${services[@]}"
 play 'check mode after it' '* changed=0 failed=0 would be optimized: nothing' "${services[@]}" --check
 play 'restoring in check mode' '* changed=1 failed=0 would be restored: cups, rsync' \
     "${services[@]}" -e optimize_state=restored --check --diff
-[[ $(grep -c '^[-+]\(cups: optimized\|rsync: none\)$' "$log") -eq 6 ]] || die 'check mode: shows no difference'
+[[ $(grep -c '^\(-cups: optimized\|+rsync: none\)$' "$log") -eq 6 ]] || die 'check mode: shows no difference'
 play restoring '* changed=1 failed=0 restored: cups, rsync' "${services[@]}" -e optimize_state=restored
 [[ $(state) == "$first" ]] || die 'restoring: the machines are not as before'
 
