@@ -1,5 +1,6 @@
 // The interface object: from call block to reply block, and what remains when the framework fails.
 #include "framework/xml.h"
+#include "host/module.h"
 #include "host/printer.h"
 #include "rpc/system_option_s.h"
 #include "tests/fake_framework.h"
@@ -480,6 +481,16 @@ TEST_F(InterfaceTest, NeverDeliversAReplyOf65520Bytes)
         const std::unique_ptr<char[]> cut(fwbase::IRunLog::FormatStr("%s", text.c_str()));
         EXPECT_EQ(cut.get(), text.substr(0, 1022)) << length;
     }
+}
+
+TEST_F(InterfaceTest, TheInstalledModuleMeetsTheFrameworkOfItsProgram)
+{
+    const host::Module module(MODULE);
+    EXPECT_EQ(fake::rpc_references, 2);
+    fake::xml_faults = {1, {}, 0};
+    EXPECT_EQ(::call(module.interface(), "get_optimize_num"), "failure");
+    EXPECT_EQ(fake::xml_faults.failed, "another"); // newXmlDocument
+    EXPECT_EQ(::call(module.interface(), "get_optimize_num"), "3 success");
 }
 
 TEST_F(InterfaceTest, PrintsAnyBytes)
