@@ -55,7 +55,7 @@ class Transaction
 public:
     /// Waits for the lock and completes an interrupted call. Throws std::runtime_error if no call
     /// must be made.
-    Transaction(const std::string& subject, rpc::IIfaceRealize& interface)
+    Transaction(const std::string& subject, rpc::IIfaceRealize& interface) : m_lock(subject)
     {
         if (!m_lock) {
             return; // the configuration's folder is missing: the module fails and says so

@@ -106,7 +106,7 @@ bool leads_to(const std::string& path, int file)
 }
 
 /// Returns false if somebody else has it.
-bool try_lock(const std::string& path, int file, int flags)
+bool try_lock(const std::string& subject, const std::string& path, int file, int flags)
 {
     static bool cannot_lock = false;
     if (flock(file, LOCK_EX | flags) == 0 || cannot_lock) {
@@ -121,7 +121,7 @@ bool try_lock(const std::string& path, int file, int flags)
     case ENOSYS:
     case EINVAL:
         cannot_lock = true;
-        complain(path + ": the file system cannot lock; do not run two calls at once");
+        complain(subject + path + ": the file system cannot lock; do not run two calls at once");
         return true;
     default:
         fail(path + ": cannot lock");
@@ -129,17 +129,17 @@ bool try_lock(const std::string& path, int file, int flags)
 }
 
 /// Waits for as long as somebody else has it.
-void lock(const std::string& path, int file)
+void lock(const std::string& subject, const std::string& path, int file)
 {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
-    while (!try_lock(path, file, LOCK_NB)) {
+    while (!try_lock(subject, path, file, LOCK_NB)) {
         if (Clock::now() < end) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
             continue;
         }
-        complain(path + ": waiting for another call to end");
-        while (!try_lock(path, file, 0)) {
+        complain(subject + path + ": waiting for another call to end");
+        while (!try_lock(subject, path, file, 0)) {
         }
         return;
     }
@@ -147,7 +147,7 @@ void lock(const std::string& path, int file)
 
 } // namespace
 
-ConfigurationLock::ConfigurationLock()
+ConfigurationLock::ConfigurationLock(const std::string& subject)
 {
     for (;;) {
         m_path = find_lock_path();
@@ -156,7 +156,7 @@ ConfigurationLock::ConfigurationLock()
         }
         const fwbase::Descriptor file = open_file(m_path);
         require_private(m_path, file.get());
-        lock(m_path, file.get());
+        lock(subject, m_path, file.get());
         // The file or the configuration may have been replaced in the meantime.
         if (leads_to(m_path, file.get()) && find_lock_path() == m_path) {
             m_file = fwbase::Descriptor(fcntl(file.get(), F_DUPFD, lowest_number)); // is inherited

@@ -16,9 +16,9 @@ class ConfigurationLock
 {
 public:
     /// Waits for the lock. Prints one line if that takes longer than a second, and one per process
-    /// if the file system cannot lock. Throws std::runtime_error, which names the file, if it is
-    /// not a private regular file of this user.
-    ConfigurationLock();
+    /// if the file system cannot lock; `subject`, the origin of the call, begins each. Throws
+    /// std::runtime_error, which names the file, if it is not a private regular file of this user.
+    explicit ConfigurationLock(const std::string& subject);
 
     /// False if the configuration's folder does not exist: nothing is locked or created.
     explicit operator bool() const { return m_file.is_open(); }

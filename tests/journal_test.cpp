@@ -10,6 +10,7 @@
 
 namespace
 {
+using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 #define LOCK "config/system_operation/conf.xml.lock"
@@ -118,7 +119,8 @@ TEST_F(JournalTest, OnlyWritingCallsWait)
     std::string text;
     in << "set_optimize_sorce 7" << std::endl;
     std::getline(out, text);
-    EXPECT_THAT(text, EndsWith("conf.xml.lock: waiting for another call to end"));
+    EXPECT_THAT(text, AllOf(HasSubstr("input:1: set_optimize_sorce: /"),
+                            EndsWith("conf.xml.lock: waiting for another call to end")));
     EXPECT_EQ(unlink(LOCK), 0); // the call must notice that its file has lost the name
     close(lock);
     std::getline(out, text);
