@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <stdexcept>
 #include <string>
@@ -16,49 +18,59 @@
 class Transaction
 {
 public:
-    /// Waits for the lock. Throws std::runtime_error if there is none, or if an interrupted call
-    /// has to be completed first.
+    /// Waits for the lock. Throws std::runtime_error if it cannot be taken, or if an interrupted
+    /// call has to be completed first.
     Transaction()
     {
         for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE}) {
             std::signal(signal, SIG_IGN); // commands inherit this
         }
-        if (m_file.descriptor < 0 || flock(m_file.descriptor, LOCK_EX) != 0) {
-            throw std::system_error(errno, std::generic_category(), path);
-        }
+        std::signal(SIGCHLD, SIG_DFL);
+        require(m_file.descriptor >= 0 && flock(m_file.descriptor, LOCK_EX) == 0);
         struct stat status = {};
-        if (fstat(m_file.descriptor, &status) != 0 || status.st_size != 0) {
+        require(fstat(m_file.descriptor, &status) == 0);
+        if (status.st_size != 0) {
             throw std::runtime_error("an interrupted call is not complete: run optimize_host "
                                      "ls_service first");
         }
     }
 
-    /// Call before services are switched: optimize_host completes the call if this process is
+    /// Call this before services are switched: optimize_host completes the call if this process is
     /// killed. Throws std::system_error.
     void write_journal(const std::string& operation, unsigned int id)
     {
         const std::string text = operation + " " + std::to_string(id) + "\nend\n";
-        if (pwrite(m_file.descriptor, text.data(), text.size(), 0) !=
-                static_cast<ssize_t>(text.size()) ||
-            fdatasync(m_file.descriptor) != 0) {
-            throw std::system_error(errno, std::generic_category(), path);
-        }
+        require(pwrite(m_file.descriptor, text.data(), text.size(), 0) ==
+                static_cast<ssize_t>(text.size()));
+        require(fdatasync(m_file.descriptor) == 0);
     }
 
-    /// Call after the final reply of a successful operation.
-    void clear_journal()
-    {
-        if (ftruncate(m_file.descriptor, 0) != 0) {
-            throw std::system_error(errno, std::generic_category(), path);
-        }
-    }
+    /// Call this after the final reply of a successful operation. Throws std::system_error.
+    void clear_journal() { require(ftruncate(m_file.descriptor, 0) == 0); }
 
 private:
-    static constexpr const char* path = "config/system_operation/conf.xml.lock";
-
     struct File {
-        // The commands of the module inherit it, so the lock lasts until the last of them ends.
-        int descriptor = open(path, O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
+        // Beside the file itself if the configuration is a link. The commands of the module inherit
+        // the descriptor, so the lock lasts until the last of them ends.
+        File()
+        {
+            char path[PATH_MAX];
+            if (realpath("config/system_operation/conf.xml", path) != nullptr) {
+                descriptor = open((path + std::string(".lock")).c_str(),
+                                  O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
+            }
+        }
         ~File() { close(descriptor); }
-    } m_file;
+        int descriptor = -1;
+    };
+
+    static void require(bool succeeded)
+    {
+        if (!succeeded) {
+            throw std::system_error(errno, std::generic_category(),
+                                    "cannot lock config/system_operation/conf.xml");
+        }
+    }
+
+    File m_file;
 };
