@@ -4,9 +4,9 @@
 // release(); never delete them. Strings are NUL-terminated bytes.
 //
 // Operations may throw unless their comment says otherwise. A module gives back what it holds and
-// lets the exception pass to the host through init, release, fatts or call_func; it handles only
-// CLiteXmlException itself. A release() should not throw: while another exception passes, its own
-// is lost.
+// lets the exception pass to the host through init, release, fatts or call_func. A release() should
+// not throw: while another exception passes, its own is lost. An operation returns null only where
+// its comment says so.
 #pragma once
 
 #include "framework/ec.h"

@@ -86,9 +86,9 @@ protected:
 class ICommand
 {
 public:
-    /// Sends a reply before the call has ended. `code` is what IMemManager::new_block returned for
-    /// the block; the operation's code is in the message. Always takes ownership of the block, even
-    /// on failure.
+    /// Sends a reply before the call has ended. `code` is the success code that
+    /// IMemManager::new_block returned for the block; the operation's code is in the message.
+    /// Always takes ownership of the block, which is never null, even on failure.
     virtual ec::EC reply(ec::EC code, fwbase::IDataBlock* block) = 0;
 
 protected:

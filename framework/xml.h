@@ -3,27 +3,13 @@
 // The order of the virtual operations is a binary contract: append only.
 //
 // Paths and texts are NUL-terminated; texts are UTF-8. Every failure is a CLiteXmlException. Out of
-// memory may be reported as std::bad_alloc instead. A document and everything obtained from it
-// belong to one thread at a time; documents are independent of one another. Release nodes and lists
-// before their document, and before it loads another file.
+// memory may be reported as std::bad_alloc instead. An operation returns null only where its
+// comment says so. A document and everything obtained from it belong to one thread at a time;
+// documents are independent of one another. Release nodes and lists before their document, and
+// before it loads another file.
 //
 // Saving keeps everything that was not changed: comments, CDATA sections, processing instructions,
-// unknown elements and attributes, the byte order mark, and whether there is an XML declaration.
-// Only the notation may change:
-// - inside tags: attribute values get double quotes and single blanks between them, name space
-//   declarations come first, and <a></a> becomes <a/>;
-// - characters: a character reference becomes the character, > becomes &gt;, and quotes are escaped
-//   only where they must be. References remain for line ends and tabs in attribute values, and for
-//   CR in texts;
-// - line ends: CR LF becomes LF. A line end or a tab that stands in an attribute value as it is,
-//   without a reference, becomes a blank;
-// - outside the root element: each comment and processing instruction gets a line of its own;
-// - the declaration: double quotes, and encoding="UTF-8" unless it declares UTF-8 already.
-//
-// A file has at most 16 MiB. libxml2 also refuses names of more than 50,000 bytes, elements nested
-// deeper than 256 levels (2.9: 257), and attribute values, comments, CDATA sections and processing
-// instructions of more than about 10,000,000 bytes; 2.16 refuses texts of that size, 2.9 only those
-// with characters outside ASCII.
+// unknown elements and attributes. It may change the notation.
 #pragma once
 
 #include "framework/binary_contract.h"
@@ -92,13 +78,12 @@ protected:
 class IXmlDocument
 {
 public:
-    /// Loads a file in UTF-8 or ASCII without a document type declaration. After a failure the
-    /// document is empty.
+    /// Loads a file in UTF-8. After a failure the document is empty.
     virtual void load(const char* path) = 0;
     /// The root element, which the caller owns.
     virtual IXmlNode* root() = 0;
-    /// Replaces the file by the document, completely or not at all. At the path that it was loaded
-    /// from, fails with "changed meanwhile" if the file there is no longer the loaded one.
+    /// Replaces the file by the document, completely or not at all. Should fail if the file at the
+    /// path that it was loaded from is no longer the loaded one.
     virtual void save(const char* path) = 0;
     virtual void release() = 0;
 

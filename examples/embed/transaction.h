@@ -18,20 +18,24 @@
 class Transaction
 {
 public:
-    /// Waits for the lock. Throws std::runtime_error if it cannot be taken, or if an interrupted
-    /// call has to be completed first.
+    /// Waits for the lock. Throws std::runtime_error if it cannot be taken, if an interrupted call
+    /// has to be completed first, or if there is no chkconfig.
     Transaction()
     {
-        for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE}) {
-            std::signal(signal, SIG_IGN); // commands inherit this
-        }
-        std::signal(SIGCHLD, SIG_DFL);
         require(m_file.descriptor >= 0 && flock(m_file.descriptor, LOCK_EX) == 0);
         struct stat status = {};
         require(fstat(m_file.descriptor, &status) == 0);
         if (status.st_size != 0) {
             throw std::runtime_error("an interrupted call is not complete: run optimize_host "
                                      "ls_service first");
+        }
+        for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE}) {
+            std::signal(signal, SIG_IGN); // commands inherit this
+        }
+        std::signal(SIGCHLD, SIG_DFL);
+        // A listing without chkconfig would lose run levels, and the module would not notice.
+        if (std::system("command -v chkconfig >/dev/null") != 0) {
+            throw std::runtime_error("no chkconfig on the search path");
         }
     }
 
