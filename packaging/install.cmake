@@ -23,7 +23,7 @@ install(FILES ${PROJECT_BINARY_DIR}/completion.bash RENAME optimize_host
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/optimize-option)
 install(FILES CHANGELOG.md docs/configuration.md packaging/copyright DESTINATION ${documents})
 
-# Ansible looks for modules in this folder.
+# Ansible looks for modules in this folder if the prefix is /usr.
 install(FILES examples/ansible/library/optimize_option.py
   DESTINATION ${CMAKE_INSTALL_DATADIR}/ansible/plugins/modules)
 install(FILES examples/ansible/optimize.yml DESTINATION ${documents}/examples/ansible)

@@ -37,19 +37,29 @@ done >"$place/inventory"
 # One of them keeps its configuration elsewhere.
 (cd "$place/three" && mv config/system_operation/conf.xml . && ln -s ../../conf.xml config/system_operation)
 
-# A sum of what the machines and their configurations are.
-state() {
+# Cannot be reached: nobody can make a folder there.
+echo 'gone ansible_connection=local ansible_remote_tmp=/proc/none' >"$place/unreachable"
+
+# The contents of the machines and of their configurations.
+contents() {
     (cd "$place" && find "${machines[@]}" -type f -exec cksum {} + | sort)
+}
+
+# Whatever a write would change.
+traces() {
+    (cd "$place" && find "${machines[@]}" -printf '%p %y %m %s %i %T@ %C@ %l\n' | sort)
 }
 
 # $1: Runs the playbook with the arguments $3... and compares its end, a line with the numbers of changes and
 # failures and the report for each machine, with the pattern $2. One that begins with "*" stands for a line
-# of each machine. Checks that nothing was changed if no machine says so, or in check mode.
+# of each machine. Checks that nothing was changed if no machine says so, and nothing was touched in check
+# mode.
 play() {
-    local title=$1 expected=$2 before found
+    local title=$1 expected=$2 status=0 look=contents before found
     shift 2
-    before=$(state)
-    ansible-playbook -i "$place/inventory" "$@" examples/ansible/optimize.yml >"$log" 2>&1 || true
+    [[ " $* " != *' --check '* ]] || look=traces
+    before=$($look)
+    ansible-playbook -i "$place/inventory" "$@" examples/ansible/optimize.yml >"$log" 2>&1 || status=$?
     found=$(awk -F '[][]' '
         /^(ok|changed|fatal): \[/ { host = $2 }
         /^ *"msg": / { sub(/^ *"msg": "/, ""); sub(/"$/, ""); report[host] = $0 }
@@ -66,20 +76,21 @@ play() {
     # shellcheck disable=SC2053 # a pattern
     [[ $found == $(sort <<<"$expected") ]] || die "$title: reported
 $found"
-    if [[ $expected != *changed=1* || " $* " == *' --check '* ]]; then
-        [[ $(state) == "$before" ]] || die "$title: something has changed"
+    [[ $status -eq $([[ $expected == *failed=1* ]] && echo 2 || echo 0) ]] || die "$title: status $status"
+    if [[ $expected != *changed=1* || $look == traces ]]; then
+        [[ $($look) == "$before" ]] || die "$title: something has changed"
     fi
     echo "$title: as expected"
 }
 
 services=(-e '{"optimize_names": ["cups", "rsync"]}')
-for machine in "${machines[@]}"; do # brings the files in line with the machines
-    (cd "$place/$machine" && PATH=$PWD/bin:$PATH "$OLDPWD/build/release/bin/optimize_host" ls_service) >"$log" 2>&1
-done
-first=$(state)
-
 play 'check mode' '* changed=1 failed=0 would be optimized: cups, rsync' "${services[@]}" --check --diff
 [[ $(grep -c '^\(-cups: none\|+rsync: optimized\)$' "$log") -eq 6 ]] || die 'check mode: shows no difference'
+for machine in "${machines[@]}"; do # brings the files in line with the machines
+    (cd "$place/$machine" && PATH=$PWD/bin:$PATH "$OLDPWD/build/release/bin/optimize_host" ls_service) \
+        >"$log" 2>&1 || die "cannot list the machine $machine"
+done
+first=$(contents)
 play 'first run' '* changed=1 failed=0 optimized: cups, rsync' "${services[@]}"
 [[ $(grep -lP '^cups\t-$' "$place"/*/etc/runlevels | wc -l) -eq 3 ]] ||
     die 'first run: cups is not switched off'
@@ -89,7 +100,7 @@ play 'restoring in check mode' '* changed=1 failed=0 would be restored: cups, rs
     "${services[@]}" -e optimize_state=restored --check --diff
 [[ $(grep -c '^\(-cups: optimized\|+rsync: none\)$' "$log") -eq 6 ]] || die 'check mode: shows no difference'
 play restoring '* changed=1 failed=0 restored: cups, rsync' "${services[@]}" -e optimize_state=restored
-[[ $(state) == "$first" ]] || die 'restoring: the machines are not as before'
+[[ $(contents) == "$first" ]] || die 'restoring: the machines are not as before'
 
 play 'ignoring in check mode' '* changed=1 failed=0 would be ignored: atd' \
     -e '{"optimize_names": ["atd"], "optimize_state": "ignored"}' --check
@@ -101,7 +112,7 @@ play 'an ignored service in check mode' '* changed=1 failed=1 atd (2) not handle
 play 'an unknown service' "* changed=0 failed=1 no service '-h' is configured; see optimize_host ls_service" \
     -e '{"optimize_names": ["cups", "-h"]}'
 play listing '* changed=1 failed=0 listed: atd' -e '{"optimize_names": ["atd"], "optimize_state": "listed"}'
-[[ $(state) == "$first" ]] || die 'listing: the machines are not as before'
+[[ $(contents) == "$first" ]] || die 'listing: the machines are not as before'
 
 for machine in "${machines[@]}"; do # was killed after it had switched cups off
     PATH=$place/$machine/bin:$PATH chkconfig --level 2345 cups off
@@ -111,12 +122,18 @@ play 'an interrupted call in check mode' '* changed=1 failed=0 would be restored
     -e '{"optimize_names": ["cups"], "optimize_state": "restored"}' --check
 play 'an interrupted call' '* changed=1 failed=0 restored: cups' \
     -e '{"optimize_names": ["cups"], "optimize_state": "restored"}'
-[[ $(state) == "$first" ]] || die 'an interrupted call: the machines are not as before'
+[[ $(contents) == "$first" ]] || die 'an interrupted call: the machines are not as before'
 
 echo '<oops' >"$place/two/config/system_operation/conf.xml"
 play 'a broken configuration' "one changed=1 failed=0 optimized: cups, rsync
 three changed=1 failed=0 optimized: cups, rsync
 two changed=0 failed=1 ./config/system_operation/conf.xml:2: cannot parse: *" "${services[@]}"
+rm "$place/two/config/system_operation/conf.xml"
+play 'no configuration in check mode, and a machine that cannot be reached' "gone changed=0 failed=1 *
+one changed=0 failed=0 would be optimized: nothing
+three changed=0 failed=0 would be optimized: nothing
+two changed=0 failed=1 *there is no $place/two/config/system_operation/conf.xml*" \
+    -i "$place/unreachable" "${services[@]}" -e optimize_batch=1 --check
 
 ansible-doc -M examples/ansible/library optimize_option >"$log" 2>&1 || die 'ansible-doc does not show the module'
 grep -q '= state' "$log" || die 'ansible-doc does not show the options'

@@ -9,7 +9,9 @@
 #include <framework/owned.h>
 #include <rpc/entry.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <new>
@@ -47,8 +49,8 @@ public:
     {
     }
 
-    /// Calls an operation, with ids unless that is null. Returns false if the operation failed.
-    bool call(const char* operation, const Ids* ids)
+    /// Calls an operation, with ids unless that is null. Throws if the operation fails.
+    void call(const char* operation, const Ids* ids)
     {
         const owned<rpc::IRequest> request(&made(m_factory.new_request(operation)));
         if (ids != nullptr) {
@@ -63,7 +65,9 @@ public:
 
         fwbase::IDataBlock* out = nullptr;
         m_module.call_func(in, out, this);
-        return out != nullptr && ec::succeeded(reply(0, out));
+        if (out == nullptr || !ec::succeeded(reply(0, out))) {
+            throw std::runtime_error(operation + std::string(" has failed"));
+        }
     }
 
     /// Prints a reply. Returns a failure if it has no list: then the operation failed.
@@ -119,21 +123,20 @@ void run(const std::string& direction, unsigned int id)
     const owned<rpc::IRpcService> rpc(static_cast<rpc::IRpcService*>(service));
     Caller caller(*module, *rpc->msg_factory());
     Transaction transaction;
-    bool succeeded = caller.call("ls_service", nullptr);
-    if (succeeded && !direction.empty()) {
+    caller.call("ls_service", nullptr);
+    if (!direction.empty()) {
         const char* const operation = direction == "off" ? "optimize_service" : "restore_service";
         const Ids ids(1, id);
         transaction.write_journal(operation, id);
-        succeeded = caller.call(operation, &ids);
-        if (succeeded) {
-            transaction.clear_journal();
-        }
-        if (succeeded && caller.switched == 0) {
-            throw std::runtime_error("not switched: the service is in another state");
+        caller.call(operation, &ids);
+        transaction.clear_journal();
+        if (caller.switched == 0) {
+            throw std::runtime_error("not switched: not configured, in another state, or its "
+                                     "command failed");
         }
     }
-    if (!succeeded) {
-        throw std::runtime_error("the operation has failed");
+    if (std::fflush(stdout) != 0) {
+        throw std::system_error(errno, std::generic_category(), "standard output");
     }
 }
 
@@ -142,15 +145,15 @@ void run(const std::string& direction, unsigned int id)
 int main(int count, char** arguments)
 {
     const std::string direction = count == 3 ? arguments[1] : "";
-    unsigned int id = 0;
-    char rest = 0;
-    if (count != 1 && ((direction != "off" && direction != "on") ||
-                       std::sscanf(arguments[2], "%u%c", &id, &rest) != 1)) {
+    const std::string digits = count == 3 ? arguments[2] : "0";
+    const unsigned long long id = std::strtoull(digits.c_str(), nullptr, 10);
+    if ((count != 1 && direction != "off" && direction != "on") || digits.empty() ||
+        digits.find_first_not_of("0123456789") != std::string::npos || id > UINT32_MAX) {
         std::fputs("usage: embed [off|on ID]\n", stderr);
         return 2;
     }
     try {
-        run(direction, id);
+        run(direction, static_cast<unsigned int>(id));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "embed: %s\n", error.what());
         return 1;

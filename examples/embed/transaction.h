@@ -22,9 +22,12 @@ public:
     /// has to be completed first, or if there is no chkconfig.
     Transaction()
     {
-        require(m_file.descriptor >= 0 && flock(m_file.descriptor, LOCK_EX) == 0);
+        require(m_file.descriptor >= 0 && flock(m_file.descriptor, LOCK_EX) == 0, "cannot lock");
         struct stat status = {};
-        require(fstat(m_file.descriptor, &status) == 0);
+        require(fstat(m_file.descriptor, &status) == 0, "cannot lock");
+        if (status.st_nlink != 1 || status.st_uid != geteuid()) {
+            throw std::runtime_error("the lock file was replaced, or it is not this user's");
+        }
         if (status.st_size != 0) {
             throw std::runtime_error("an interrupted call is not complete: run optimize_host "
                                      "ls_service first");
@@ -44,35 +47,45 @@ public:
     void write_journal(const std::string& operation, unsigned int id)
     {
         const std::string text = operation + " " + std::to_string(id) + "\nend\n";
-        require(pwrite(m_file.descriptor, text.data(), text.size(), 0) ==
-                static_cast<ssize_t>(text.size()));
-        require(fdatasync(m_file.descriptor) == 0);
+        const auto size = static_cast<ssize_t>(text.size());
+        require(pwrite(m_file.descriptor, text.data(), text.size(), 0) == size &&
+                    fdatasync(m_file.descriptor) == 0,
+                "cannot write the journal of");
     }
 
     /// Call this after the final reply of a successful operation. Throws std::system_error.
-    void clear_journal() { require(ftruncate(m_file.descriptor, 0) == 0); }
+    void clear_journal()
+    {
+        require(ftruncate(m_file.descriptor, 0) == 0, "cannot clear the journal of");
+    }
 
 private:
+    static constexpr const char* configuration = "config/system_operation/conf.xml";
+
     struct File {
         // Beside the file itself if the configuration is a link. The commands of the module inherit
-        // the descriptor, so the lock lasts until the last of them ends.
+        // the descriptor, so the lock lasts until the last of them ends; scripts use low numbers.
         File()
         {
             char path[PATH_MAX];
-            if (realpath("config/system_operation/conf.xml", path) != nullptr) {
-                descriptor = open((path + std::string(".lock")).c_str(),
-                                  O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
+            if (realpath(configuration, path) != nullptr) {
+                const std::string name = path + std::string(".lock");
+                const int low = open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+                if (low >= 0) {
+                    descriptor = fcntl(low, F_DUPFD, 100);
+                    close(low);
+                }
             }
         }
         ~File() { close(descriptor); }
         int descriptor = -1;
     };
 
-    static void require(bool succeeded)
+    static void require(bool succeeded, const char* failure)
     {
         if (!succeeded) {
             throw std::system_error(errno, std::generic_category(),
-                                    "cannot lock config/system_operation/conf.xml");
+                                    std::string(failure) + " " + configuration);
         }
     }
 

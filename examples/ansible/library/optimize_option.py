@@ -38,10 +38,14 @@ requirements:
   - C(optimize_host) 1.1 or later, C(chkconfig) and C(sed) on the machine
 notes:
   - A service that cannot be brought into the state fails the task, after the other services were handled.
-  - C(become) is needed unless the connection is root's.
+  - A service that is not on the machine, or that somebody else switched off, is C(unavailable) and fails the
+    task, too. See the example with C(failed_when).
+  - Run as root, for example with C(become).
 attributes:
   check_mode:
-    description: Makes the same call on a copy of the configuration, with tools that only list.
+    description:
+      - Makes the same call on a copy of the configuration, with a C(chkconfig) that only lists.
+      - Does not foresee missing rights to write.
     support: full
   diff_mode:
     description: Shows the state of each changed service before and after.
@@ -53,6 +57,13 @@ EXAMPLES = r'''
   optimize_option:
     name: [cups, rsync]
     state: optimized
+
+- name: Switch off the printing service where it is installed
+  optimize_option:
+    name: cups
+    state: optimized
+  register: printing
+  failed_when: printing is failed and 'unavailable' not in printing.msg
 
 - name: Switch the printing service back on
   optimize_option:
@@ -68,19 +79,19 @@ EXAMPLES = r'''
 RETURN = r'''
 handled:
   description: The services that were changed, or would be in check mode.
-  returned: always
+  returned: if optimize_host was run
   type: list
   elements: dict
   sample: [{"id": 3, "name": "cups"}]
 unchanged:
   description: The services that were in the state already.
-  returned: always
+  returned: if optimize_host was run
   type: list
   elements: dict
   sample: [{"id": 30, "name": "rsync"}]
 not_handled:
   description: The services that could not be brought into the state, with the reason.
-  returned: always
+  returned: if optimize_host was run
   type: list
   elements: dict
   sample: [{"id": 15, "name": "sshd", "reason": "ignored"}]
@@ -128,7 +139,20 @@ def rehearsal(module, directory, path):
             with open(os.path.join(tools, name), 'w') as tool:
                 tool.write(text)
             os.chmod(tool.name, 0o700)
+            if not os.access(tool.name, os.X_OK):
+                raise OSError('programs cannot run in %s; set remote_tmp' % tools)
     return copy, {'PATH': tools, 'REAL_PATH': path}
+
+
+def replies_of(out):
+    """The replies in the output, up to one that was cut off."""
+    replies = []
+    for line in out.split('\n')[:-1]:
+        try:
+            replies.append(json.loads(line))
+        except ValueError:
+            break
+    return replies
 
 
 def label(service):
@@ -142,7 +166,8 @@ def reason_of(final, err, rc):
     if 'not_handled' in final:
         return '; '.join('%s not handled: %s' % (label(each), each['reason'])
                          for each in final['not_handled'])
-    return err.strip() or 'optimize_host ended with status %d' % rc
+    messages = [line for line in err.splitlines() if 'optimize_host: ' in line]
+    return '; '.join(messages) or 'optimize_host ended with status %d' % rc
 
 
 def main():
@@ -153,6 +178,8 @@ def main():
             'directory': {'type': 'path', 'default': '/var/lib/optimize_option'},
         },
         supports_check_mode=True)
+    if not module.params['name']:
+        module.exit_json(changed=False)
     operation, before, after = STATES[module.params['state']]
     directory = module.params['directory']
     program = module.get_bin_path('optimize_host', required=True)
@@ -166,10 +193,10 @@ def main():
 
     command = [program, '--json', '-C', directory, '--'] + operation + module.params['name']
     rc, out, err = module.run_command(command, environ_update=environment)
-    replies = [json.loads(line) for line in out.splitlines()]
+    replies = replies_of(out)
     handled = [{'id': reply['ids'][0], 'name': reply['names'][0]}
                for reply in replies if reply['reply'] == 'item']
-    final = replies[-1] if replies else {}
+    final = replies[-1] if replies and replies[-1]['reply'] != 'item' else {}
     result = {
         'changed': bool(handled),
         'handled': handled,
@@ -178,10 +205,14 @@ def main():
         'diff': {kind: ''.join('%s: %s\n' % (each['name'], state) for each in handled)
                  for kind, state in (('before', before), ('after', after))},
     }
-    if rc != 0:
+    for line in err.splitlines():
+        if ' completed the interrupted ' in line:
+            module.warn(line)
+    if rc != 0 or not final:
         if not module.check_mode:  # its commands were not run
             result['stderr'] = err
-        module.fail_json(msg=reason_of(final, err, rc), **result)
+        reason = reason_of(final, err, rc).replace(directory, module.params['directory'])
+        module.fail_json(msg=reason, **result)
     module.exit_json(**result)
 
 
