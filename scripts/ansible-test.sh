@@ -94,6 +94,7 @@ first=$(contents)
 play 'first run' '* changed=1 failed=0 optimized: cups, rsync' "${services[@]}"
 [[ $(grep -lP '^cups\t-$' "$place"/*/etc/runlevels | wc -l) -eq 3 ]] ||
     die 'first run: cups is not switched off'
+[[ $(grep -c '^PLAY \[Bring' "$log") -eq 3 ]] || die 'first run: not one machine after the other'
 play 'second run' '* changed=0 failed=0 optimized: nothing' "${services[@]}"
 play 'check mode after it' '* changed=0 failed=0 would be optimized: nothing' "${services[@]}" --check
 play 'restoring in check mode' '* changed=1 failed=0 would be restored: cups, rsync' \
@@ -122,6 +123,7 @@ play 'an interrupted call in check mode' '* changed=1 failed=0 would be restored
     -e '{"optimize_names": ["cups"], "optimize_state": "restored"}' --check
 play 'an interrupted call' '* changed=1 failed=0 restored: cups' \
     -e '{"optimize_names": ["cups"], "optimize_state": "restored"}'
+grep -q '^\[WARNING\]: .* completed the interrupted' "$log" || die 'an interrupted call: no warning'
 [[ $(contents) == "$first" ]] || die 'an interrupted call: the machines are not as before'
 
 echo '<oops' >"$place/two/config/system_operation/conf.xml"
