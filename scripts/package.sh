@@ -72,6 +72,20 @@ check_host() {
         "$build/embed" off 3 >"$build.log" && chkconfig --list cups | grep -q '3:off' &&
             "$build/embed" on 3 >"$build.log" && chkconfig --list cups | grep -q '2:on.*5:on' ||
             die 'the example of a host does not switch cups'
+        # Killed after the switch: the program completes it from the journal, and restores.
+        mkdir killing
+        cat >killing/chkconfig <<'END'
+#!/bin/sh
+chkconfig=$(dirname "$0")/../bin/chkconfig
+"$chkconfig" "$@" || exit
+[ "$1" = --list ] || kill -KILL "$(cat pid)"
+END
+        chmod +x killing/chkconfig
+        # In a group, so that the shell does not report the kill.
+        { PATH=$PWD/killing:$PATH sh -c 'echo $$ >pid; exec "$@"' - "$build/embed" off 3 || true; } >"$build.log" 2>&1
+        chkconfig --list cups | grep -q '3:off' || die 'the example of a host was not killed after the switch'
+        "$1/bin/optimize_host" restore_service cups >"$build.log" 2>&1 &&
+            chkconfig --list cups | grep -q '2:on.*5:on' || die 'a killed example of a host loses run levels'
     )
 }
 
