@@ -37,8 +37,8 @@ class IParam
 public:
     /// The value storage (see ParamType); valid as long as the parameter.
     virtual const void* value() const = 0;
-    /// The parameter's ParamType. A module asks for it before it reads a value,
-    /// unless it takes values of any type.
+    /// The parameter's ParamType. A module asks for it before it reads a value, unless
+    /// it takes values of any type.
     virtual unsigned type() const = 0;
     virtual void release() = 0;
 
@@ -111,9 +111,9 @@ public:
     /// A parameter of the given ParamType. With `hand_over` 1 it takes ownership of the value
     /// object, which must have been made with new. With 0 it borrows the object, which must stay
     /// alive until the message has been serialised. A T_RECORD_LIST always takes ownership of the
-    /// containers and copies the pointers to them at once: the vector may be destroyed before
-    /// it releases them. `hand_over` applies to the vector only. On failure, ownership stays with
-    /// the caller.
+    /// containers and copies the pointers to them at once: the vector may be destroyed before it
+    /// releases them. `hand_over` applies to the vector only. On failure, ownership stays with the
+    /// caller.
     virtual IParam* new_param(unsigned type, const void* value, int hand_over) = 0;
 
 protected:

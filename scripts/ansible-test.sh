@@ -50,10 +50,10 @@ traces() {
     (cd "$place" && find "${machines[@]}" -printf '%p %y %m %s %i %T@ %C@ %l\n' | sort)
 }
 
-# $1: Runs the playbook with the arguments $3... and compares its end, a line with the numbers of changes and
-# failures and the report for each machine, with the pattern $2. One that begins with "*" stands for a line
-# of each machine. Checks that nothing was changed if no machine says so, and nothing was touched in check
-# mode.
+# Runs the playbook with the arguments $3... as the case $1. Compares its end, a line with the numbers of
+# changes and failures and the report for each machine, with the pattern $2; one that begins with "*" stands
+# for a line of each machine. Checks that nothing was changed if no machine says so, and that nothing was
+# touched in check mode.
 play() {
     local title=$1 expected=$2 status=0 look=contents before found
     shift 2

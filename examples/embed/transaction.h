@@ -78,6 +78,8 @@ private:
             }
         }
         ~File() { close(descriptor); }
+        File(const File&) = delete;
+        File& operator=(const File&) = delete;
         int descriptor = -1;
     };
 

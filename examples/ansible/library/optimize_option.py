@@ -140,19 +140,8 @@ def rehearsal(module, directory, path):
                 tool.write(text)
             os.chmod(tool.name, 0o700)
             if not os.access(tool.name, os.X_OK):
-                raise OSError('programs cannot run in %s; set remote_tmp' % tools)
+                raise EnvironmentError('programs cannot run in %s; set remote_tmp' % tools)
     return copy, {'PATH': tools, 'REAL_PATH': path}
-
-
-def replies_of(out):
-    """The replies in the output, up to one that was cut off."""
-    replies = []
-    for line in out.split('\n')[:-1]:
-        try:
-            replies.append(json.loads(line))
-        except ValueError:
-            break
-    return replies
 
 
 def label(service):
@@ -188,12 +177,12 @@ def main():
     if module.check_mode:
         try:
             directory, environment = rehearsal(module, directory, path)
-        except (IOError, OSError, shutil.Error) as error:
-            module.fail_json(msg='cannot copy the configuration: %s' % error)
+        except EnvironmentError as error:
+            module.fail_json(msg='cannot prepare check mode: %s' % error)
 
     command = [program, '--json', '-C', directory, '--'] + operation + module.params['name']
     rc, out, err = module.run_command(command, environ_update=environment)
-    replies = replies_of(out)
+    replies = [json.loads(line) for line in out.split('\n')[:-1]]  # without one that was cut off
     handled = [{'id': reply['ids'][0], 'name': reply['names'][0]}
                for reply in replies if reply['reply'] == 'item']
     final = replies[-1] if replies and replies[-1]['reply'] != 'item' else {}
