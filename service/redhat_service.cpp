@@ -1,7 +1,7 @@
 #include "service/redhat_service.h"
 
 #include <algorithm>
-#include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -85,6 +85,34 @@ struct PipeCloser {
     void operator()(std::FILE* pipe) const noexcept { pclose(pipe); }
 };
 
+/// The next character, or EOF. A signal whose handler interrupts the read is not taken for the end.
+int next_character(std::FILE* in)
+{
+    int character = std::getc(in);
+    while (character == EOF && std::ferror(in) != 0 && errno == EINTR) {
+        std::clearerr(in);
+        character = std::getc(in);
+    }
+    return character;
+}
+
+/// Reads the next line with its end, or the next 255 bytes of a longer one. Returns false if
+/// nothing is left. Reads by the character: after an interrupted fgets, the part of the line that
+/// it had read would be lost.
+bool read_line(std::FILE* in, std::string& line)
+{
+    constexpr std::size_t longest = 255;
+    line.clear();
+    while (line.size() < longest && (line.empty() || line.back() != '\n')) {
+        const int character = next_character(in);
+        if (character == EOF) {
+            break;
+        }
+        line += static_cast<char>(character);
+    }
+    return !line.empty();
+}
+
 /// Whether the shell reads the text literally, as a word or part of one, and no command takes it
 /// for an option. Keeps data from the configuration file from becoming shell code.
 bool is_plain(std::string_view text)
@@ -149,10 +177,8 @@ bool CRedhatService::GetSystemServiceList(CServiceMap& services)
     if (!listing) {
         return false;
     }
-    std::array<char, 256> line{};
-    while (std::fgets(line.data(), line.size(), listing.get()) != nullptr) {
-        AddListedService(line.data(), services);
-        line.fill('\0');
+    for (std::string line; read_line(listing.get(), line);) {
+        AddListedService(line.c_str(), services);
     }
     return true;
 }

@@ -2,6 +2,7 @@
 #include "service/redhat_service.h"
 #include "tests/workspace.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
@@ -18,7 +19,9 @@ using Listed = std::map<std::string, std::string>;
 class ServiceTest : public Workspace
 {
 protected:
-    /// Adds the listing to these services.
+    ServiceTest() { setenv("TEST_PID", std::to_string(getpid()).c_str(), 1); }
+
+    /// Lists into a map that holds `services` already; returns what it holds then.
     Listed list(CServiceMap services = {})
     {
         EXPECT_TRUE(m_service.GetSystemServiceList(services));
@@ -60,6 +63,15 @@ TEST_F(ServiceTest, ReadsTheListing)
     setenv("LC_ALL", "zh_CN.UTF-8", 1);
     EXPECT_EQ(list(), (Listed{{"en_US", "xinetd --list"}}));
     EXPECT_EQ(std::getenv("LC_ALL"), nullptr);
+
+    // A signal interrupts the reading in the middle of a line.
+    struct sigaction handler = {};
+    handler.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGALRM, &handler, nullptr), 0); // without SA_RESTART
+    write("bin/chkconfig", "#!/bin/sh\nprintf 'a 0:off 1:o'\n"
+                           "until grep -q 'State:.S' /proc/$TEST_PID/status; do :; done\n"
+                           "kill -ALRM $TEST_PID\nprintf 'n 2:on\\nb 0:off\\n'\n");
+    EXPECT_EQ(list(), (Listed{{"a", "12"}, {"b", "off"}}));
 
     write("bin/chkconfig", "#!/bin/sh\necho complaint >&2\nexit 1\n");
     testing::internal::CaptureStderr();
@@ -105,7 +117,6 @@ TEST_F(ServiceTest, EditsFilesAsSedDoes)
     EXPECT_EQ(read("etc/xinetd.d/svc"), odd + "\tdisable\t\t= yes\ndisable = no # yes\n");
     EXPECT_FALSE(m_service.SetXinetServiceOff("missing"));
     // Kills itself, and its parent if that is a shell: some shells become their last command.
-    setenv("TEST_PID", std::to_string(getpid()).c_str(), 1);
     write("bin/sed", "#!/bin/sh\n[ $PPID = $TEST_PID ] || kill -9 $PPID\nkill -9 $$\n");
     EXPECT_FALSE(m_service.SetXinetServiceOn("svc"));
 }
