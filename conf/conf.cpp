@@ -176,7 +176,6 @@ bool CConf::GetServiceFromConfigByOp(std::vector<ServiceOptimize>& services, Opt
 {
     return for_each_service(Access::read, [&](IXmlNode& info) {
         if (number_attribute(info, "op") == op) {
-            // A braced list evaluates from left to right, so attributes are read in this order.
             services.push_back(ServiceOptimize{
                 number_attribute(info, "id"), info.attribute("name")->value(), op,
                 info.attribute("level")->value(), number_attribute(info, "xinetd") != 0});
