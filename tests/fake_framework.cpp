@@ -21,10 +21,10 @@ std::uint32_t reply_size = 0;
 std::string run_log;
 int rpc_references = 0;
 
-void note(const char* call, std::uint32_t number)
+void note(const std::string& call)
 {
     if (trace != nullptr) {
-        *trace += call + (" " + std::to_string(number)) + "; ";
+        *trace += call + "; ";
     }
 }
 
@@ -34,7 +34,7 @@ namespace
 /// Notes a call; true if it is to fail.
 bool step(const char* call, std::uint32_t number, ec::EC expected)
 {
-    note(call, number);
+    note(call + (" " + std::to_string(number)));
     return rpc_faults.strike(call, expected);
 }
 
@@ -80,7 +80,7 @@ public:
     std::uint32_t size() const override { return static_cast<std::uint32_t>(m_bytes.size()); }
     void release() override { delete this; }
     unsigned char* buffer() override { return m_bytes.data(); }
-    void set_size(std::uint32_t size) override { note("set_size", size); }
+    void set_size(std::uint32_t size) override { note("set_size " + std::to_string(size)); }
 
 private:
     std::vector<unsigned char> m_bytes;
@@ -117,7 +117,7 @@ class Framework final : public fwbase::IFWBase,
     }
     void log(std::uint32_t type, const char* text, const char* where) override
     {
-        note("log", type);
+        note("log");
         fake::run_log +=
             std::to_string(type) + ' ' + text + " [" + (where ? where : "null") + "]\n";
     }
@@ -159,7 +159,7 @@ class Xml final : public IXmlDocument, public IXmlNode, public IXmlNodeList
 {
 public:
     template <class Real>
-    explicit Xml(Real* real) : m_real(owned<Real>(real))
+    explicit Xml(owned<Real> real, const char* name = "") : m_real(std::move(real)), m_name(name)
     {
     }
 
@@ -170,7 +170,8 @@ public:
         if (real == nullptr) {
             return nullptr;
         }
-        Xml* const made = new Xml(real);
+        owned<Real> guard(real); // in case there is no memory for the wrapper
+        Xml* const made = new Xml(std::move(guard));
         made->m_older = std::exchange(s_newest, made);
         return made;
     }
@@ -197,11 +198,15 @@ public:
     }
     IXmlNode* attribute(const char* name) override
     {
-        note(name);
-        return &m_attributes.emplace_front(real<IXmlNode>().attribute(name));
+        owned<IXmlNode> attribute(real<IXmlNode>().attribute(name));
+        return &m_attributes.emplace_front(std::move(attribute), name);
     }
     std::string value() override { return real<IXmlNode>().value(); }
-    void setValue(const char* text) override { real<IXmlNode>().setValue(text); }
+    void setValue(const char* text) override
+    {
+        note("set " + m_name);
+        real<IXmlNode>().setValue(text);
+    }
     IXmlNodeList* selectNodes(const char* path) override
     {
         return give_out(real<IXmlNode>().selectNodes(path));
@@ -225,6 +230,7 @@ private:
     static inline Xml* s_newest = nullptr;
     Xml* m_older = nullptr;
     std::variant<owned<IXmlDocument>, owned<IXmlNode>, owned<IXmlNodeList>> m_real;
+    std::string m_name;                  // of an attribute
     std::forward_list<Xml> m_attributes; // never released by the user
 };
 

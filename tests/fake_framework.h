@@ -5,6 +5,7 @@
 #include "tests/workspace.h"
 
 #include <string_view>
+#include <utility>
 
 namespace fake
 {
@@ -34,14 +35,14 @@ extern Faults exhaustion;    // std::bad_alloc from the throwing new
 
 constexpr ec::EC block_made = 0x84020007; // the memory manager's code for a block
 
-extern std::string* trace;       // if not null, RPC calls are appended: "NAME NUMBER; "
+extern std::string* trace;       // if not null, calls are appended: "NAME NUMBER; "
 extern std::uint32_t reply_size; // if not 0, the size that replies claim
 extern std::string run_log;      // "TYPE TEXT [WHERE]\n" per entry
 extern int rpc_references;       // obtained and not given back
 extern long living_objects;      // made with new
 extern std::size_t largest_object;
 
-void note(const char* call, std::uint32_t number = 0);
+void note(const std::string& call);
 
 /// Runs `attempt` with its first call failing, then its second, and so on until no call fails.
 /// Checks that each run frees everything it made.
@@ -51,13 +52,36 @@ void sweep(Faults& faults, Attempt attempt)
     faults.failed = "none yet";
     for (int n = 1; !faults.failed.empty(); ++n) {
         SCOPED_TRACE("call " + std::to_string(n));
-        ASSERT_LT(n, 500);
+        ASSERT_LT(n, 2000);
         const long before = living_objects;
         faults = {n, {}, 0};
         attempt();
         EXPECT_EQ(living_objects, before) << faults.failed;
     }
     faults = {};
+}
+
+/// Puts off the exhaustion while it lives: for what a test itself needs within an attempt.
+struct Unlimited {
+    Unlimited() : m_armed(std::exchange(exhaustion, {})) {}
+    Unlimited(const Unlimited&) = delete;
+    ~Unlimited() { exhaustion = m_armed; }
+
+private:
+    Faults m_armed;
+};
+
+/// Sweeps over the throwing new. An exception may pass through to the host.
+template <class Attempt>
+void sweep_exhaustion(Attempt attempt)
+{
+    sweep(exhaustion, [&attempt] {
+        try {
+            attempt();
+        } catch (const std::bad_alloc&) {
+        }
+        exhaustion.left = 0;
+    });
 }
 
 } // namespace fake

@@ -1,6 +1,6 @@
 #include "tests/workspace.h"
 
-#include "host/printer.h"
+#include "fwbase/text.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -82,27 +82,58 @@ owned<fwbase::IDataBlock> raw_block(const std::string& bytes)
     return owned<fwbase::IDataBlock>(block);
 }
 
-std::string call(rpc::IIfaceRealize& interface, const std::string& line)
+host::Call to_call(const std::string& line)
 {
-    char* text = nullptr;
-    std::size_t size = 0;
-    std::FILE* const out = open_memstream(&text, &size);
-    const auto printer = host::table_printer(out, out);
-    ec::EC result = 0;
-    const auto reply = host::run_call(
-        interface, *host::make_call_block(host::to_call(host::split(line))),
-        [&printer](const fwbase::Message& item) { printer->item(item); }, result);
-    printer->end({result, reply.get()});
-    std::fclose(out);
-    std::istringstream words(text);
-    std::free(text);
-    EXPECT_EQ(reply != nullptr, result == 0x840C0000) << line;
-    const std::string skipped = " ID NAME STATE DESCRIPTION (code 0x80000000) 0x00000000) ";
-    std::string answer;
+    host::Call call;
+    std::istringstream words(line);
+    words >> call.operation;
     for (std::string word; words >> word;) {
-        if (skipped.find(' ' + word + ' ') == std::string::npos) {
-            answer += (answer.empty() ? "" : " ") + word;
+        if (word == "on" || word == "off") {
+            call.arguments.flag = word == "on";
+        } else if (const auto number = static_cast<unsigned int>(std::stoul(word));
+                   call.operation.rfind("set_", 0) == 0) {
+            call.arguments.value = number;
+        } else {
+            call.arguments.ids = call.arguments.ids.value_or(std::vector<unsigned int>());
+            call.arguments.ids->push_back(number);
         }
     }
-    return answer;
+    return call;
+}
+
+std::string to_text(const std::vector<owned<fwbase::Param>>& params)
+{
+    std::string text;
+    for (const owned<fwbase::Param>& param : params) {
+        switch (param->type()) {
+        case rpc::T_UINT32:
+            text += std::to_string(param->number()) + " ";
+            break;
+        case rpc::T_UINT32_LIST:
+            for (const unsigned int number : param->numbers()) {
+                text += std::to_string(number) + " ";
+            }
+            break;
+        case rpc::T_STRING:
+            text += fwbase::gbk_to_utf8(param->text()) + " ";
+            break;
+        default:
+            for (const owned<fwbase::Params>& record : param->records()) {
+                text += to_text(record->all());
+            }
+        }
+    }
+    return text;
+}
+
+std::string call(rpc::IIfaceRealize& interface, const std::string& line)
+{
+    std::string answer;
+    ec::EC result = 0;
+    const auto reply = host::run_call(
+        interface, *host::make_call_block(to_call(line)),
+        [&answer](const fwbase::Message& item) { answer += to_text(item.all()); }, result);
+    EXPECT_EQ(reply != nullptr, result == 0x840C0000) << line;
+    answer += reply ? to_text(reply->all()) : "";
+    return answer + (reply && ec::succeeded(reply->code()) ? "success" : "failure");
 }

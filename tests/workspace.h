@@ -1,7 +1,7 @@
 // A temporary working directory with its own configuration file and commands, and calls as text.
 #pragma once
 
-#include "host/options.h"
+#include "host/call.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -37,6 +37,9 @@ private:
 /// A new block with these bytes.
 owned<fwbase::IDataBlock> raw_block(const std::string& bytes);
 
-/// Runs a call such as "ignore_service on 1 2". Returns what optimize_host prints, without headings
-/// and usual codes: "1 6 success", "3 cups 0 none desc success", "no reply (result 0x040C0001)".
+/// The call in a line such as "ignore_service on 1 2" or "set_optimize_sorce 7".
+host::Call to_call(const std::string& line);
+
+/// Runs the call in a line. Returns the values in its replies, then how it ended: "1 6 success",
+/// "3 cups desc 0 success", "failure".
 std::string call(rpc::IIfaceRealize& interface, const std::string& line);
