@@ -1,13 +1,13 @@
 // Saving a file: what it keeps, what stops it, and what others may do in the middle of it.
 #include "framework/xml.h"
 #include "fwbase/atomic_file.h"
+#include "tests/system_calls.h"
 #include "tests/workspace.h"
 
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
-#include <sys/syscall.h>
 #include <sys/xattr.h>
 
 namespace fs = std::filesystem;
@@ -18,24 +18,12 @@ static bool no_unnamed_files;       // as on some file systems
 static string watched;              // the system call before whose next run ...
 static std::function<int()> action; // ... this runs; it returns the call's error, or 0
 
-static bool fails(const string& call)
+/// Runs what is to happen before a system call.
+static int strike(const string& call)
 {
-    const bool failed = call == watched && (watched.clear(), errno = action()) != 0;
-    return failed || (call == "access" && no_unnamed_files);
+    const int error = call == watched ? (watched.clear(), action()) : 0;
+    return error == 0 && no_unnamed_files && call == "access" ? ENOENT : error;
 }
-
-// The library calls these instead of the ones of the C library.
-#define INTERCEPT(name, parameters, ...)                                                           \
-    extern "C" int name parameters                                                                 \
-    {                                                                                              \
-        return fails(#name) ? -1 : int(syscall(__VA_ARGS__));                                      \
-    }
-INTERCEPT(access, (Text a, int b), SYS_faccessat, AT_FDCWD, a, b)
-INTERCEPT(faccessat, (int a, Text b, int c, int), SYS_faccessat, a, b, c)
-INTERCEPT(fchown, (int a, uid_t b, gid_t c), SYS_fchown, a, b, c)
-INTERCEPT(fsetxattr, (int a, Text b, const void* c, size_t d, int e), SYS_fsetxattr, a, b, c, d, e)
-INTERCEPT(fsync, (int a), SYS_fsync, a)
-INTERCEPT(renameat, (int a, Text b, int c, Text d), SYS_renameat2, a, b, c, d, 0)
 
 /// Sets an attribute, to the list "user::rw- user:0:r-- group::--- mask::r-- other::---".
 static bool set(Text path, Text name)
@@ -49,9 +37,10 @@ struct SaveTest : Workspace, testing::WithParamInterface<bool> {
     SaveTest()
     {
         no_unnamed_files = GetParam();
+        system_calls::before = strike;
         fs::create_directory("dir");
     }
-    ~SaveTest() override { no_unnamed_files = false; }
+    ~SaveTest() override { system_calls::before = nullptr; }
 };
 INSTANTIATE_TEST_SUITE_P(NoUnnamedFiles, SaveTest, testing::Bool());
 
@@ -94,7 +83,7 @@ TEST_P(SaveTest, FailsWithTheReasonAndLeavesNothing)
         file.load("dir/conf");
         watched = call;
         action = before;
-        fails(""); // runs what is to happen before the save
+        strike(""); // runs what is to happen before the save
         const auto message = testing::StartsWith(string("dir/conf: ") + reason);
         EXPECT_THAT([&] { file.save("dir/conf", "new"); },
                     testing::ThrowsMessage<CLiteXmlException>(message))
@@ -132,7 +121,12 @@ TEST_P(SaveTest, KeepsAllButTheContent)
             file.save("dir/other", bytes); // was not loaded
             watched = attribute[0] == 's' ? "fsetxattr" : "fchown";
             action = [&] { return GetParam() && state("dir/.conf.part")[0] != 0600 ? EPERM : 0; };
+            string calls;
+            system_calls::trace = &calls;
             file.save("link", bytes);
+            system_calls::trace = nullptr;
+            EXPECT_THAT(calls, testing::MatchesRegex("fsync .*/dir/[^;]*; (renameat .conf.tmp; )?"
+                                                     "renameat conf; fsync .*/dir; "));
             EXPECT_EQ(read("link"), bytes) << attribute;
             EXPECT_EQ(state("dir/conf"), old) << attribute;
             EXPECT_EQ(std::distance(fs::directory_iterator("dir"), {}), 2) << attribute;

@@ -1,0 +1,16 @@
+// The system calls that tests watch. The definitions here take the place of the C library's.
+#pragma once
+
+#include <string>
+
+namespace system_calls
+{
+
+/// If not null, "open PATH; ", "fsync PATH; " and "renameat NEW-NAME; " are appended.
+extern std::string* trace;
+
+/// If not null, runs before each of the calls but open and takes its name. The call fails with the
+/// error that it returns, unless that is 0.
+extern int (*before)(const std::string& call);
+
+} // namespace system_calls
