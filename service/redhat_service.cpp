@@ -5,10 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <memory>
 #include <new>
 #include <string_view>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace
 {
@@ -142,13 +144,30 @@ bool set_run_levels(const std::string& name, const std::string& level, const cha
            run("chkconfig --level " + level + " " + name + " " + state);
 }
 
+/// Flushes a file to the disk if that is possible.
+void flush(const std::string& path)
+{
+    const int file = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (file != -1) {
+        static_cast<void>(fsync(file));
+        close(file);
+    }
+}
+
+/// sed replaces the file but does not flush it. Saving the configuration could bring the new name
+/// to the disk before the content: after a power failure the file would be empty.
 bool set_xinetd_disable(const std::string& name, const char* disable)
 {
     const bool is_file_name =
         !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
-    return is_file_name && is_plain(name) &&
-           run(std::string(R"(sed -i 's/\(^.*disable.*=.*\)\( .*$\)/\1 )") + disable +
-               "/g' /etc/xinetd.d/" + name);
+    const std::string path = "/etc/xinetd.d/" + name;
+    const bool done =
+        is_file_name && is_plain(name) &&
+        run(std::string(R"(sed -i 's/\(^.*disable.*=.*\)\( .*$\)/\1 )") + disable + "/g' " + path);
+    if (done) {
+        flush(path);
+    }
+    return done;
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // The service control: reading the listing, and the commands that switch services.
 #include "service/redhat_service.h"
+#include "tests/system_calls.h"
 #include "tests/workspace.h"
 
 #include <csignal>
@@ -113,7 +114,11 @@ TEST_F(ServiceTest, EditsFilesAsSedDoes)
     install_machine();
     const std::string odd = "\tdisable\t=\tno\ndisable=no\n# nothing here = 1 2\n";
     write("etc/xinetd.d/svc", odd + "\tdisable\t\t= no\ndisable = no # really\n");
+    std::string calls;
+    system_calls::trace = &calls;
     EXPECT_TRUE(m_service.SetXinetServiceOff("svc"));
+    system_calls::trace = nullptr;
+    EXPECT_THAT(calls, testing::MatchesRegex("open .*/svc; fsync .*/svc; ")); // sed does not flush
     EXPECT_EQ(read("etc/xinetd.d/svc"), odd + "\tdisable\t\t= yes\ndisable = no # yes\n");
     EXPECT_FALSE(m_service.SetXinetServiceOff("missing"));
     // Kills itself, and its parent if that is a shell: some shells become their last command.

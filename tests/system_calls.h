@@ -1,4 +1,5 @@
-// The system calls that tests watch. The definitions here take the place of the C library's.
+// The system calls that tests watch. The definitions here take the place of the C library's. open()
+// looks for the files of /etc/xinetd.d in the working directory, not on this machine.
 #pragma once
 
 #include <string>
