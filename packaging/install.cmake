@@ -44,24 +44,18 @@ unset(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME)
 
 # The configuration is state that the program rewrites. It is made from the sample when it is missing:
 # by cmake --install, and in packages, which do not contain it, by their scripts.
-set(OLD ${CMAKE_INSTALL_FULL_SYSCONFDIR}/optimize_option)
 set(SAMPLE ${CMAKE_INSTALL_FULL_DATADIR}/optimize_option)
 target_compile_definitions(host_objects PUBLIC INSTALLED_DIRECTORY="${STATE}")
 install(DIRECTORY config DESTINATION ${CMAKE_INSTALL_DATADIR}/optimize_option COMPONENT runtime)
 install(CODE "set(SOURCE \"${PROJECT_SOURCE_DIR}/packaging/configuration.sh.in\")
 set(SCRIPT \"${PROJECT_BINARY_DIR}/install_configuration.sh\")
 set(CMAKE_INSTALL_LOCALSTATEDIR \"${CMAKE_INSTALL_LOCALSTATEDIR}\")
-set(CMAKE_INSTALL_SYSCONFDIR \"${CMAKE_INSTALL_SYSCONFDIR}\")
 set(CMAKE_INSTALL_DATADIR \"${CMAKE_INSTALL_DATADIR}\")" COMPONENT configuration)
 install(SCRIPT packaging/install_configuration.cmake COMPONENT configuration)
 
 set(scripts ${PROJECT_BINARY_DIR}/scripts)
-foreach(script preinst postinst)
-  configure_file(packaging/configuration.sh.in ${scripts}/${script} @ONLY)
-endforeach()
-foreach(script postrm posttrans)
-  configure_file(packaging/${script}.in ${scripts}/${script} @ONLY)
-endforeach()
+configure_file(packaging/configuration.sh.in ${scripts}/postinst @ONLY)
+configure_file(packaging/postrm.in ${scripts}/postrm @ONLY)
 
 set(CPACK_COMPONENTS_ALL runtime development)
 set(CPACK_PACKAGE_NAME optimize-option)
@@ -86,8 +80,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME optimize-option)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${runtime_summary}\n${runtime_description}")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS libc-gconv-modules-extra)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
-  ${scripts}/preinst ${scripts}/postinst ${scripts}/postrm)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${scripts}/postinst ${scripts}/postrm)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 if(DPKG_SHLIBDEPS) # elsewhere nobody could say what the libraries' packages are
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
@@ -97,8 +90,6 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${development_summary}\n${development_
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "optimize-option (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
-# Version 1.0 had the headers in the other package. Without Breaks, dpkg takes both packages at once.
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_REPLACES "optimize-option (<< 1.1)")
 
 set(CPACK_RPM_COMPONENT_INSTALL ON)
 set(CPACK_RPM_MAIN_COMPONENT runtime)
@@ -112,7 +103,6 @@ set(CPACK_RPM_RUNTIME_PACKAGE_DESCRIPTION "${runtime_description}")
 set(CPACK_RPM_RUNTIME_PACKAGE_GROUP System/Base)
 set(CPACK_RPM_RUNTIME_PACKAGE_REQUIRES "chkconfig, sed")
 set(CPACK_RPM_RUNTIME_POST_INSTALL_SCRIPT_FILE ${scripts}/postinst)
-set(CPACK_RPM_RUNTIME_POST_TRANS_SCRIPT_FILE ${scripts}/posttrans)
 set(CPACK_RPM_DEVELOPMENT_PACKAGE_NAME optimize-option-devel)
 set(CPACK_RPM_DEVELOPMENT_PACKAGE_SUMMARY "${development_summary}")
 set(CPACK_RPM_DEVELOPMENT_PACKAGE_DESCRIPTION "${development_description}")

@@ -3,7 +3,6 @@
 set(CMAKE_INSTALL_LIBDIR lib) # not used here; GNUInstallDirs could not guess it in a script
 include(GNUInstallDirs)
 set(STATE "$ENV{DESTDIR}${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/lib/optimize_option")
-set(OLD "$ENV{DESTDIR}${CMAKE_INSTALL_FULL_SYSCONFDIR}/optimize_option")
 set(SAMPLE "$ENV{DESTDIR}${CMAKE_INSTALL_FULL_DATADIR}/optimize_option")
 set(configuration "${STATE}/config/system_operation/conf.xml")
 if(EXISTS "${configuration}")

@@ -31,48 +31,10 @@ cp -R machine "$root/packages/machine"
 
 state=$root/var/lib/optimize_option
 conf=$state/config/system_operation/conf.xml
-old=$root/etc/optimize_option
-old_conf=$old/config/system_operation/conf.xml
 sample=$root/usr/share/optimize_option/config/system_operation/conf.xml
 
 in_root() {
     env PATH="/packages/machine/bin:$PATH" chroot "$root" "$@" >"$log" 2>&1
-}
-
-# A package with the name $1, of version 1.0.0 if it is ours, that holds the files below $2.
-make_deb() {
-    mkdir -p "$2/DEBIAN" "$root/packages/$1"
-    cat >"$2/DEBIAN/control" <<END
-Package: $1
-Version: 1.0.0
-Architecture: all
-Maintainer: nobody <nobody@localhost.invalid>
-Description: test
-END
-    find "$2/etc" -type f -printf '/etc/%P\n' >"$2/DEBIAN/conffiles" 2>/dev/null || true
-    dpkg-deb -b "$2" "$root/packages/$1/$1.deb" >"$log" 2>&1 || die "dpkg-deb failed"
-}
-
-make_rpm() {
-    cat >"$folder/$1.spec" <<END
-Name: $1
-Version: 1.0.0
-Release: 1
-License: test
-Summary: test
-BuildArch: noarch
-%description
-test
-%install
-cp -R $2/. %{buildroot}
-%files
-%dir /etc/optimize_option
-%dir /etc/optimize_option/config
-%dir /etc/optimize_option/config/system_operation
-%config(noreplace) /etc/optimize_option/config/system_operation/conf.xml
-END
-    rpmbuild --quiet -bb --define "_topdir $folder/rpm" --define "_rpmdir $root/packages" \
-        --define "_rpmfilename $1/$1.rpm" "$folder/$1.spec" >"$log" 2>&1 || die 'rpmbuild failed'
 }
 
 rpm_in_root() {
@@ -84,17 +46,15 @@ rpm_in_root() {
 install() {
     case $kind in
     DEB) in_root sh -c "dpkg --no-triggers -i /packages/$1/*.deb" ;;
-    RPM) rpm_in_root -U --nodeps --oldpackage --replacepkgs "$root/packages/$1"/*.rpm ;;
+    RPM) rpm_in_root -U --nodeps "$root/packages/$1"/*.rpm ;;
     esac || die "installing $1 failed"
-    ! grep -i warning "$log" | grep -v 'conf.xml saved as ' ||
-        die "installing $1 brought a warning"
-    [[ $1 == optimize-option || -e $conf ]] || die 'no configuration was made'
+    ! grep -qi warning "$log" || die "installing $1 brought a warning"
 }
 
 remove() {
     case $kind in
     DEB) in_root dpkg --no-triggers --remove optimize-option optimize-option-dev ;;
-    RPM) rpm_in_root -e optimize-option optimize-option-devel || rpm_in_root -e optimize-option ;;
+    RPM) rpm_in_root -e optimize-option optimize-option-devel ;;
     esac || die 'removing failed'
     [[ ! -e $root/usr/bin/optimize_host ]] || die 'the program is still there'
 }
@@ -106,7 +66,6 @@ purge() {
     RPM) remove && rm -r "$state/config" && rm -r "$state" ;;
     esac
     [[ ! -e $state && ! -L $state ]] || die "left in ${state#"$root"}: $(ls -AR "$state")"
-    [[ ! -e $old ]] || die "left in ${old#"$root"}: $(ls -AR "$old")"
 }
 
 # Checks that the configuration is the file $1.
@@ -115,13 +74,9 @@ check_conf() {
 }
 
 in_root dpkg --no-triggers --purge optimize-option optimize-option-dev || true
-rm -rf "$state" "$old"
-mkdir -p "$root/var/lib/dpkg"/{info,updates} "$folder/old/etc/optimize_option"
+rm -rf "$state"
+mkdir -p "$root/var/lib/dpkg"/{info,updates}
 touch "$root/var/lib/dpkg"/{status,available}
-cp -R config "$folder/old/etc/optimize_option"
-echo '<!-- version 1.0 -->' >>"$folder/old/etc/optimize_option/config/system_operation/conf.xml"
-chmod -R u=rwX,go=rX "$folder/old"
-"make_${kind,,}" optimize-option "$folder/old"
 
 step='new installation'
 (umask 077 && install this) || exit
@@ -164,45 +119,3 @@ check_conf "$sample" 'the sample'
 install next
 purge
 [[ -z $(ls -A "$root/srv/elsewhere") ]] || die 'the folder behind the link is not empty'
-
-for change in unchanged changed; do
-    step="upgrade from version 1.0, $change"
-    install optimize-option
-    [[ $change == unchanged ]] || echo '<!-- changed -->' >>"$old_conf"
-    cp "$old_conf" "$folder/used"
-    echo backup >"${old_conf%/*}/backup"
-    install this
-    check_conf "$folder/used" 'version 1.0'
-    [[ -e ${conf%/*}/backup ]] || die 'the file beside it did not follow'
-    [[ ! -e $old ]] || die "left in ${old#"$root"}: $(ls -AR "$old")"
-    if [[ $kind == DEB ]]; then
-        in_root dpkg-query -W -f '${Conffiles}' optimize-option
-        [[ ! -s $log ]] || die 'a conffile is still recorded'
-    fi
-    install next
-    check_conf "$folder/used" 'version 1.0'
-    purge
-done
-
-step='installation after version 1.0 was removed'
-install optimize-option
-echo '<!-- changed -->' >>"$old_conf"
-cp "$old_conf" "$folder/used"
-remove
-install this
-check_conf "$folder/used" 'version 1.0'
-purge
-
-if [[ $kind == DEB ]]; then
-    step='upgrade from version 1.0 that fails'
-    mkdir -p "$folder/blocker/usr/bin"
-    touch "$folder/blocker/usr/bin/optimize_host"
-    make_deb blocker "$folder/blocker"
-    install optimize-option
-    in_root sh -c 'dpkg --no-triggers -i /packages/blocker/*.deb' || die 'installing the blocking package failed'
-    echo '<!-- changed -->' >>"$old_conf"
-    cp "$old_conf" "$folder/used"
-    ! in_root sh -c 'dpkg --no-triggers -i /packages/this/optimize-option_*.deb' || die 'it has not failed'
-    cmp "$folder/used" "$old_conf" || die 'version 1.0 has not got its configuration back'
-    [[ ! -e $state ]] || die "left in ${state#"$root"}: $(ls -AR "$state")"
-fi

@@ -214,9 +214,8 @@ lint RPM "${files[@]}"
 echo "${files[*]#"$PWD/"}: listed the embedded machine"
 live RPM
 
-# cmake --install makes the configuration, moves that of version 1.0, and keeps one that is there.
+# cmake --install makes the configuration, and keeps one that is there.
 conf=var/lib/optimize_option/config/system_operation/conf.xml
-old=etc/optimize_option/config/system_operation
 install_in() {
     quietly "$build.log" env DESTDIR="$place/$1" cmake --install "$build" "${@:2}"
 }
@@ -227,11 +226,6 @@ modes=$(cd "$place/new" && stat -c '%a' "${conf%/config/*}" "${conf%/*}" "$conf"
 echo changed >"$place/new/$conf"
 install_in new
 [[ $(<"$place/new/$conf") == changed ]] || die 'cmake --install has overwritten the configuration'
-mkdir -p "$place/moved/$old"
-echo changed >"$place/moved/$old/conf.xml"
-install_in moved
-[[ $(<"$place/moved/$conf") == changed && ! -e $place/moved/etc/optimize_option ]] ||
-    die 'cmake --install has not moved the configuration of version 1.0'
 install_in other --prefix /opt/prefix
 [[ -e $place/other/var/opt/prefix/lib/optimize_option/config/system_operation/conf.xml ]] ||
     die 'cmake --install has made no configuration for another prefix'
