@@ -76,13 +76,15 @@ check_host() {
         mkdir killing
         cat >killing/chkconfig <<'END'
 #!/bin/sh
+[ -z "${LANGUAGE-}" ] || exit # it would translate the listing
 chkconfig=$(dirname "$0")/../bin/chkconfig
 "$chkconfig" "$@" || exit
 [ "$1" = --list ] || kill -KILL "$(cat pid)"
 END
         chmod +x killing/chkconfig
         # In a group, so that the shell does not report the kill.
-        { PATH=$PWD/killing:$PATH sh -c 'echo $$ >pid; exec "$@"' - "$build/embed" off 3 || true; } >"$build.log" 2>&1
+        { LANGUAGE=zh_CN:zh PATH=$PWD/killing:$PATH sh -c 'echo $$ >pid; exec "$@"' - "$build/embed" off 3 ||
+            true; } >"$build.log" 2>&1
         [[ -s config/system_operation/conf.xml.lock ]] && chkconfig --list cups | grep -q '3:off' ||
             die 'the example of a host was not killed after the switch'
         "$1/bin/optimize_host" restore_service cups >"$build.log" 2>&1 &&

@@ -144,6 +144,8 @@ void run(const std::string& direction, unsigned int id)
 
 int main(int count, char** arguments)
 {
+    // gettext prefers LANGUAGE to LC_ALL, and in a translated listing every service reads as off.
+    unsetenv("LANGUAGE");
     const std::string direction = count == 3 ? arguments[1] : "";
     const std::string digits = count == 3 ? arguments[2] : "0";
     const unsigned long long id = std::strtoull(digits.c_str(), nullptr, 10);
