@@ -5,8 +5,8 @@
 //
 // Operations may throw unless their comment says otherwise. A module gives back what it holds and
 // lets the exception pass to the host through init, release, fatts or call_func. A release() should
-// not throw: while another exception passes, its own is lost. An operation returns null only where
-// its comment says so.
+// not throw, because its exception may be lost. An operation returns null only where its comment
+// says so.
 #pragma once
 
 #include "framework/ec.h"
