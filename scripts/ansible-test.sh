@@ -31,8 +31,9 @@ export PATH
 exec /bin/sh "\$@"
 END
     chmod +x "$place/$machine.shell"
-    echo "$machine ansible_connection=local ansible_shell_executable=$place/$machine.shell" \
-        "ansible_remote_tmp=$place/remote optimize_directory=$place/$machine"
+    # Ansible writes the shell into its commands unquoted.
+    echo "$machine ansible_connection=local ansible_shell_executable='${place// /\\ }/$machine.shell'" \
+        "ansible_remote_tmp='$place/remote' optimize_directory='$place/$machine'"
 done >"$place/inventory"
 # One of them keeps its configuration elsewhere.
 (cd "$place/three" && mv config/system_operation/conf.xml . && ln -s ../../conf.xml config/system_operation)
