@@ -16,6 +16,8 @@ need build package
 (need lint) || true
 build=$PWD/build/package
 machine=$PWD/machine
+# rpmbuild refuses paths with blanks.
+[[ ${TMPDIR-} != *[[:blank:]]* ]] || unset TMPDIR
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
 
@@ -182,7 +184,8 @@ package() {
     rm -f "$build"/*."${generator,,}"
     quietly "$build.log" cmake --preset package -DCMAKE_INSTALL_LIBDIR="$libraries"
     quietly "$build.log" cmake --build --preset package -j"$(nproc)"
-    (cd "$build" && quietly "$build.log" cpack -G "$generator")
+    quietly "$build.log" cpack --config "$build/CPackConfig.cmake" -G "$generator" -B "$place/packages"
+    mv "$place/packages"/*."${generator,,}" "$build"
     files=("$build"/*."${generator,,}")
     mkdir "$place/$generator"
 }
