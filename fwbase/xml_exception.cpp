@@ -6,7 +6,15 @@
 namespace
 {
 
-thread_local std::string last_error;
+thread_local bool is_ending = false;
+
+/// The text of the thread's latest error. It is destroyed before exit handlers and the destructors
+/// of static objects run: what fails there is not kept.
+struct LastError {
+    ~LastError() { is_ending = true; }
+    std::string text;
+};
+thread_local LastError last_error;
 
 /// The text on one line: each run of blanks and control characters becomes one blank, and is
 /// removed at the ends.
@@ -36,7 +44,9 @@ CLiteXmlException::CLiteXmlException(std::string file, int line, const std::stri
     if (!text.empty()) {
         m_what += (m_what.empty() ? "" : ": ") + text;
     }
-    last_error = m_what;
+    if (!is_ending) {
+        last_error.text = m_what;
+    }
 }
 
 CLiteXmlException::~CLiteXmlException() = default;
@@ -48,5 +58,5 @@ const char* CLiteXmlException::what() const noexcept
 
 std::string fwbase::take_last_xml_error()
 {
-    return std::exchange(last_error, std::string());
+    return is_ending ? std::string() : std::exchange(last_error.text, std::string());
 }

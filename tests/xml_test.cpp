@@ -3,8 +3,10 @@
 #include "fwbase/xml_document.h"
 #include "tests/workspace.h"
 
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <thread>
 
 namespace
 {
@@ -125,6 +127,20 @@ TEST_F(XmlTest, AttributesAndSelections)
     root.setValue("y");
     EXPECT_EQ(root.selectSingleNode("id('x')"), nullptr); // it was released with the old content
     EXPECT_EQ(saved(), "<r xmlns:p=\"u\" p:id=\"p\" id=\"1\">y</r>\n");
+}
+
+TEST(XmlErrorTest, IsKeptOnceForItsThread)
+{
+    const CLiteXmlException error("file", 1, " an \n old reason\t");
+    std::thread([] { EXPECT_EQ(fwbase::take_last_xml_error(), ""); }).join();
+    EXPECT_EQ(fwbase::take_last_xml_error(), "file:1: an old reason");
+    EXPECT_EQ(fwbase::take_last_xml_error(), "");
+    const auto fail_at_exit = [&error] {
+        CLiteXmlException(error.what(), 2, "");
+        std::atexit([] { CLiteXmlException("", 0, string(99, 'x')); });
+        std::exit(0);
+    };
+    EXPECT_EXIT(fail_at_exit(), testing::ExitedWithCode(0), "");
 }
 
 } // namespace
