@@ -40,7 +40,16 @@ struct SaveTest : Workspace, testing::WithParamInterface<bool> {
         system_calls::before = strike;
         fs::create_directory("dir");
     }
-    ~SaveTest() override { system_calls::before = nullptr; }
+    ~SaveTest() override
+    {
+        system_calls::before = nullptr;
+        EXPECT_EQ(open_files(), m_open_files) << "files were left open";
+    }
+
+private:
+    static long open_files() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
+
+    const long m_open_files = open_files();
 };
 INSTANTIATE_TEST_SUITE_P(NoUnnamedFiles, SaveTest, testing::Bool());
 
