@@ -4,6 +4,7 @@
 #include "tests/workspace.h"
 
 #include <cstdlib>
+#include <ctime>
 #include <gmock/gmock.h>
 #include <libxml/xmlerror.h>
 #include <sys/stat.h>
@@ -143,6 +144,24 @@ TEST_F(XmlTest, AttributesAndSelections)
     root.setValue("y");
     EXPECT_EQ(root.selectSingleNode("id('x')"), nullptr); // it was released with the old content
     EXPECT_EQ(saved(), "<r xmlns:p=\"u\" p:id=\"p\" id=\"1\">y</r>\n");
+}
+
+TEST_F(XmlTest, SelectingIsNotQuadratic)
+{
+    const auto processor_time = [&](int size, int times) {
+        string text = "<r>";
+        for (int i = 0; i < size; ++i) {
+            text += "<b/>";
+        }
+        IXmlNode& root = load(text + "<c/></r>");
+        const std::clock_t start = std::clock();
+        for (int i = 0; i < times; ++i) {
+            owned<IXmlNodeList>(root.selectNodes("c/preceding-sibling::b"));
+        }
+        return std::clock() - start;
+    };
+    // About the same time, or 40 times as long if quadratic.
+    EXPECT_LT(processor_time(40000, 1), 15 * processor_time(1000, 40));
 }
 
 TEST(XmlErrorTest, IsKeptOnceForItsThread)
