@@ -31,6 +31,25 @@ public:
     }
     void count(std::size_t value) { number(static_cast<std::uint32_t>(value), 4); }
 
+    // One overload for each part of the wire format.
+    void value(unsigned char flag) { number(flag, 1); }
+    void value(std::uint32_t value) { number(value, 4); }
+    void value(const std::string& text)
+    {
+        count(text.size());
+        bytes(text.data(), text.size());
+    }
+    void value(const rpc::IParams* record) { static_cast<const Params*>(record)->write(*this); }
+    void value(const owned<Param>& param) { param->write(*this); }
+    template <class Element>
+    void value(const std::vector<Element>& list)
+    {
+        count(list.size());
+        for (const Element& element : list) {
+            value(element);
+        }
+    }
+
     std::size_t size() const { return m_size; }
 
 private:
@@ -95,109 +114,64 @@ private:
 
 // --- Param ---
 
+template <class Value>
+void Param::hold(const void* value, bool owns)
+{
+    const auto* const object = static_cast<const Value*>(value);
+    m_value = object;
+    if (owns) {
+        m_owned = {object, [](const void* held) { delete static_cast<const Value*>(held); }};
+    }
+}
+
 owned<Param> Param::make(unsigned type, const void* value, bool owns)
 {
     if (value == nullptr) {
         return nullptr;
     }
     owned<Param> param(new Param);
+    param->m_type = type;
     switch (type) {
     case rpc::T_BOOL:
-        param->m_value.flag = static_cast<const unsigned char*>(value);
+        param->hold<unsigned char>(value, owns);
         break;
     case rpc::T_UINT32:
-        param->m_value.number = static_cast<const rpc::int32*>(value);
+        param->hold<rpc::int32>(value, owns);
         break;
     case rpc::T_UINT32_LIST:
-        param->m_value.numbers = static_cast<const std::vector<unsigned int>*>(value);
+        param->hold<std::vector<unsigned int>>(value, owns);
         break;
     case rpc::T_STRING:
-        param->m_value.text = static_cast<const std::string*>(value);
+        param->hold<std::string>(value, owns);
         break;
     case rpc::T_RECORD_LIST: {
-        const auto* const records = static_cast<const Records*>(value);
-        param->m_records.reserve(records->size());
-        for (rpc::IParams* const record : *records) {
+        const Records& records = *static_cast<const Records*>(value);
+        param->m_records.reserve(records.size());
+        for (rpc::IParams* const record : records) {
             param->m_records.emplace_back(static_cast<Params*>(record));
         }
-        param->m_value.records = records;
+        param->hold<Records>(value, owns); // last: a failure must not free the caller's value
         break;
     }
     default:
         return nullptr;
     }
-    param->m_type = type;
-    param->m_owns = owns; // last: a failure above must not free the caller's value
     return param;
-}
-
-Param::~Param()
-{
-    if (!m_owns) {
-        return;
-    }
-    switch (m_type) {
-    case rpc::T_BOOL:
-        delete m_value.flag;
-        break;
-    case rpc::T_UINT32:
-        delete m_value.number;
-        break;
-    case rpc::T_UINT32_LIST:
-        delete m_value.numbers;
-        break;
-    case rpc::T_STRING:
-        delete m_value.text;
-        break;
-    default:
-        delete m_value.records;
-        break;
-    }
 }
 
 const void* Param::value() const
 {
-    switch (m_type) {
-    case rpc::T_BOOL:
-        return m_value.flag;
-    case rpc::T_UINT32:
-        return m_value.number;
-    case rpc::T_UINT32_LIST:
-        return &m_value.numbers;
-    case rpc::T_STRING:
-        return &m_value.text;
-    default:
-        return &m_value.records;
-    }
+    const bool is_plain = m_type == rpc::T_BOOL || m_type == rpc::T_UINT32;
+    const auto storage = [is_plain](const auto& object) -> const void* {
+        return is_plain ? object : static_cast<const void*>(&object);
+    };
+    return std::visit(storage, m_value);
 }
 
 void Param::write(Writer& writer) const
 {
     writer.number(m_type, 1);
-    switch (m_type) {
-    case rpc::T_BOOL:
-        writer.bytes(m_value.flag, 1);
-        break;
-    case rpc::T_UINT32:
-        writer.number(*m_value.number, 4);
-        break;
-    case rpc::T_UINT32_LIST:
-        writer.count(m_value.numbers->size());
-        for (const unsigned int number : *m_value.numbers) {
-            writer.number(number, 4);
-        }
-        break;
-    case rpc::T_STRING:
-        writer.count(m_value.text->size());
-        writer.bytes(m_value.text->data(), m_value.text->size());
-        break;
-    default:
-        writer.count(m_value.records->size());
-        for (const rpc::IParams* const record : *m_value.records) {
-            static_cast<const Params*>(record)->write(writer);
-        }
-        break;
-    }
+    std::visit([&writer](const auto* object) { writer.value(*object); }, m_value);
 }
 
 namespace
@@ -277,10 +251,7 @@ void Params::next(rpc::IParam*& param)
 
 void Params::write(Writer& writer) const
 {
-    writer.count(m_params.size());
-    for (const owned<Param>& param : m_params) {
-        param->write(writer);
-    }
+    writer.value(m_params);
 }
 
 bool Params::read(Reader& reader, bool in_record)

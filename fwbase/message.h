@@ -18,7 +18,9 @@
 #include "framework/owned.h"
 #include "framework/rpc.h"
 
+#include <memory>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace fwbase
@@ -45,27 +47,28 @@ public:
     void write(Writer& writer) const;
 
     // The typed value. Call only the accessor that matches type().
-    rpc::int32 number() const { return *m_value.number; }
-    const std::vector<unsigned int>& numbers() const { return *m_value.numbers; }
-    const std::string& text() const { return *m_value.text; }
+    rpc::int32 number() const { return *std::get<const rpc::int32*>(m_value); }
+    const std::vector<unsigned int>& numbers() const
+    {
+        return *std::get<const std::vector<unsigned int>*>(m_value);
+    }
+    const std::string& text() const { return *std::get<const std::string*>(m_value); }
     const std::vector<owned<Params>>& records() const { return m_records; }
 
 private:
     using Records = std::vector<rpc::IParams*>;
 
     Param() = default;
-    ~Param();
+    ~Param() = default;
+
+    template <class Value>
+    void hold(const void* value, bool owns);
 
     unsigned m_type = 0;
-    bool m_owns = false;
-    union {
-        const void* any = nullptr;
-        const unsigned char* flag;
-        const rpc::int32* number;
-        const std::vector<unsigned int>* numbers;
-        const std::string* text;
-        const Records* records;
-    } m_value;
+    std::variant<const unsigned char*, const rpc::int32*, const std::vector<unsigned int>*,
+                 const std::string*, const Records*>
+        m_value;
+    std::unique_ptr<const void, void (*)(const void*)> m_owned{nullptr, nullptr}; // if owned
     std::vector<owned<Params>> m_records; // the containers of a T_RECORD_LIST
 };
 
