@@ -27,7 +27,7 @@ protected:
         install_machine();
         shell(R"(sed -i 's|</ser|<info id="50" name="xinetd" op="0" level="345"/>\n&|' */*/*.xml)");
         shell("rm -f config/*/*.lock; cp -p bin/chkconfig bin/real; : >hook");
-        write("bin/chkconfig", "#!/bin/sh\n[ $1 = --list ] || . ./hook\n${0%/*}/real \"$@\"\n");
+        write("bin/chkconfig", "#!/bin/sh\n[ $1 = --list ] || . ./hook\n\"${0%/*}/real\" \"$@\"\n");
     }
     /// The ids of the services that are recorded as switched off, each followed by a blank.
     static std::string optimized()
