@@ -57,9 +57,6 @@ public:
     /// must be made.
     Transaction(const std::string& subject, rpc::IIfaceRealize& interface) : m_lock(subject)
     {
-        if (!m_lock) {
-            return; // the configuration's folder is missing: the module fails and says so
-        }
         if (const std::optional<Call> interrupted = m_journal.read()) {
             complete(*interrupted, subject, interface);
         }
@@ -67,20 +64,10 @@ public:
     }
 
     /// Begins the journal of a call that switches services. Throws std::runtime_error.
-    void begin(const Call& call) const
-    {
-        if (m_lock) {
-            m_journal.write(call);
-        }
-    }
+    void begin(const Call& call) const { m_journal.write(call); }
 
     /// After a final reply that is a success.
-    void end() const
-    {
-        if (m_lock) {
-            m_journal.clear();
-        }
-    }
+    void end() const { m_journal.clear(); }
 
 private:
     void complete(const Call& interrupted, const std::string& subject,
@@ -148,21 +135,12 @@ std::vector<Entry> try_read_configuration()
     }
 }
 
-/// The names of a call could not be replaced by ids.
-struct UnresolvedNames : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
 /// Replaces names by ids. Before it switches off services by name it lists, because nobody has to
 /// have seen a listing to know a name: the run levels must be recorded. A listing while xinetd is
 /// off would forget which of its services were switched off, so restoring and ignoring do without
-/// it, and so does this once xinetd itself was switched off. Throws UnresolvedNames.
+/// it, and so does this once xinetd itself was switched off. Throws ConfigurationError.
 void resolve_names(Call& call, rpc::IIfaceRealize& interface)
 {
-    const std::string missing = missing_configuration();
-    if (!missing.empty()) {
-        throw UnresolvedNames(missing);
-    }
     try {
         const std::vector<Entry> entries = read_configuration();
         call.arguments.ids = find_ids(call.services, entries);
@@ -174,7 +152,7 @@ void resolve_names(Call& call, rpc::IIfaceRealize& interface)
             run_silently({"ls_service", {}}, interface);
         }
     } catch (const std::exception& error) {
-        throw UnresolvedNames(error.what());
+        throw ConfigurationError(error.what());
     }
 }
 
@@ -256,7 +234,7 @@ ExitStatus run(const std::vector<std::string>& words, const std::string& origin,
     std::unique_ptr<Transaction> transaction;
     try {
         transaction = begin(call, subject, interface);
-    } catch (const UnresolvedNames& error) {
+    } catch (const ConfigurationError& error) {
         return refuse(error, operation_failed);
     } catch (const std::runtime_error& error) {
         return refuse(error, no_reply);

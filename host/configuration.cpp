@@ -22,6 +22,16 @@ int to_stored_number(const std::string& text)
 
 } // namespace
 
+void require_configuration(const std::string& path)
+{
+    const owned<IXmlDocument> document(newXmlDocument());
+    document->load(path.c_str());
+    const owned<IXmlNode> root(document->root());
+    if (!owned<IXmlNode>(root->selectSingleNode("/kavra_conf"))) {
+        throw CLiteXmlException(path, 0, "not a configuration: the root element is not kavra_conf");
+    }
+}
+
 void for_each_service(IXmlDocument& document, const std::function<void(IXmlNode&)>& visit)
 {
     const owned<IXmlNode> root(document.root());

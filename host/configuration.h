@@ -5,6 +5,7 @@
 
 #include <array>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,11 @@ namespace host
 
 /// The module's configuration, relative to the working directory.
 constexpr const char* configuration_path = "./config/system_operation/conf.xml";
+
+/// The configuration cannot be used, or not as a call needs it.
+struct ConfigurationError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
 
 /// States of a service.
 enum State : int { none, optimized, ignored, unavailable };
@@ -25,6 +31,9 @@ struct Entry {
     int op; ///< a State, but the file may hold any number
     std::string level;
 };
+
+/// Throws CLiteXmlException unless the file can be read and is a configuration by its root element.
+void require_configuration(const std::string& path);
 
 /// Calls `visit` with the element of each service in document order. Throws std::exception.
 void for_each_service(IXmlDocument& document, const std::function<void(IXmlNode&)>& visit);

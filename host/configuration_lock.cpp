@@ -2,16 +2,18 @@
 
 #include "host/configuration.h"
 #include "host/standard_streams.h"
+#include "host/working_folder.h"
 
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <fcntl.h>
-#include <memory>
+#include <filesystem>
 #include <stdexcept>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <thread>
+
+namespace fs = std::filesystem;
 
 namespace host
 {
@@ -22,46 +24,49 @@ namespace
 constexpr int lowest_number = 100; // shell scripts use the low descriptors
 constexpr mode_t private_mode = S_IRUSR | S_IWUSR;
 
-/// Empty if the path leads nowhere.
-std::string real_path(const std::string& path)
+/// The file of the configuration, without links. Throws ConfigurationError if there is none.
+fs::path find_configuration()
 {
-    const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
-    return real ? real.get() : "";
-}
-
-/// Beside the file itself if the configuration is a link. Empty without a folder.
-std::string find_lock_path()
-{
-    const std::string configuration = configuration_path;
-    const std::string real = real_path(configuration);
-    if (!real.empty()) {
-        return real + ".lock";
+    std::error_code error;
+    fs::path configuration = fs::canonical(configuration_path, error);
+    if (error) {
+        const std::string missing = missing_configuration();
+        throw ConfigurationError(missing.empty() ? configuration_path + (": " + error.message())
+                                                 : missing);
     }
-    const std::size_t slash = configuration.rfind('/');
-    const std::string folder = real_path(configuration.substr(0, slash));
-    return folder.empty() ? "" : folder + configuration.substr(slash) + ".lock";
+    return configuration;
 }
 
-/// Makes a new file survive a power failure. A folder that cannot be flushed is no reason to stop.
-void flush_folder_of(const std::string& path)
+/// The lock file is beside the real configuration, so that all links to it lead to the same lock.
+std::string lock_path_of(const fs::path& configuration)
 {
-    const std::string folder = path.substr(0, path.rfind('/') + 1);
-    fsync(fwbase::Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)).get());
+    return configuration.string() + ".lock";
 }
 
-/// Opens the file, or creates it.
-fwbase::Descriptor open_file(const std::string& path)
+/// Opens the lock file of a configuration, or creates it.
+fwbase::Descriptor open_file(const fs::path& configuration)
 {
+    const std::string path = lock_path_of(configuration);
+    const std::string name = lock_path_of(configuration.filename());
+    // A link may lead to a file of another program: nothing is created or changed beside it. The
+    // path may be replaced meanwhile, but not the folder in which both files are opened.
+    const FolderVisit visit(configuration.parent_path());
+    try {
+        require_configuration(configuration.filename());
+    } catch (const CLiteXmlException& error) {
+        throw ConfigurationError(configuration.parent_path() / error.what());
+    }
     constexpr int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     for (;;) {
-        fwbase::Descriptor file(open(path.c_str(), flags));
+        fwbase::Descriptor file(open(name.c_str(), flags));
         if (file.is_open()) {
             return file;
         }
         if (errno == ENOENT) {
-            file = fwbase::Descriptor(open(path.c_str(), flags | O_CREAT | O_EXCL, private_mode));
+            file = fwbase::Descriptor(open(name.c_str(), flags | O_CREAT | O_EXCL, private_mode));
             if (file.is_open()) {
-                flush_folder_of(path);
+                // For a power failure. A folder that cannot be flushed is no reason to stop.
+                fsync(fwbase::Descriptor(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)).get());
                 return file;
             }
             if (errno == EEXIST) {
@@ -150,15 +155,13 @@ void lock(const std::string& subject, const std::string& path, int file)
 ConfigurationLock::ConfigurationLock(const std::string& subject)
 {
     for (;;) {
-        m_path = find_lock_path();
-        if (m_path.empty()) {
-            return;
-        }
-        const fwbase::Descriptor file = open_file(m_path);
+        const fs::path configuration = find_configuration();
+        m_path = lock_path_of(configuration);
+        const fwbase::Descriptor file = open_file(configuration);
         require_private(m_path, file.get());
         lock(subject, m_path, file.get());
-        // The file or the configuration may have been replaced in the meantime.
-        if (leads_to(m_path, file.get()) && find_lock_path() == m_path) {
+        // The lock file, the configuration or a folder may have been replaced in the meantime.
+        if (leads_to(lock_path_of(find_configuration()), file.get())) {
             m_file = fwbase::Descriptor(fcntl(file.get(), F_DUPFD, lowest_number)); // is inherited
             if (!m_file.is_open()) {
                 fail(m_path + ": cannot keep the lock in descriptor " +

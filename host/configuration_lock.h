@@ -17,11 +17,11 @@ class ConfigurationLock
 public:
     /// Waits for the lock. Prints one line if that takes longer than a second, and one per process
     /// if the file system cannot lock; `subject`, the origin of the call, begins each. Throws
-    /// std::runtime_error, which names the file, if it is not a private regular file of this user.
+    /// ConfigurationError if the configuration cannot be read, before it creates or opens a file
+    /// beside it, and std::runtime_error if the lock file is not a private regular file of this
+    /// user. Both name the file.
     explicit ConfigurationLock(const std::string& subject);
 
-    /// False if the configuration's folder does not exist: nothing is locked or created.
-    explicit operator bool() const { return m_file.is_open(); }
     /// The open lock file. It also holds the journal.
     int file() const { return m_file.get(); }
     /// Absolute path of the lock file.

@@ -3,6 +3,7 @@
 #include "host/options.h"
 #include "host/standard_streams.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string_view>
 
@@ -31,21 +32,30 @@ std::string read_all(int file, const std::string& path)
     }
 }
 
+/// Whether the text may be a journal whose end was not written.
+bool is_torn(const std::string& text)
+{
+    const std::string verb = text.substr(0, text.find(' '));
+    return (std::string("optimize_service").compare(0, verb.size(), verb) == 0 ||
+            std::string("restore_service").compare(0, verb.size(), verb) == 0) &&
+           text.find_first_not_of("0123456789 \nend", verb.size()) == std::string::npos;
+}
+
 } // namespace
 
 std::optional<Call> Journal::read() const
 {
-    std::string text = read_all(m_lock.file(), m_lock.path());
-    if (text.size() < end_mark.size() ||
-        text.compare(text.size() - end_mark.size(), end_mark.size(), end_mark) != 0) {
+    const std::string text = read_all(m_lock.file(), m_lock.path());
+    const std::size_t end = text.size() - std::min(text.size(), end_mark.size());
+    const bool has_end = text.substr(end) == end_mark;
+    if (!has_end && is_torn(text)) {
         return std::nullopt;
     }
-    text.resize(text.size() - end_mark.size());
     try {
-        const std::vector<std::string> words = split(text);
-        const bool switches =
-            !words.empty() && (words[0] == "optimize_service" || words[0] == "restore_service");
-        if (switches && text.find('\n') == std::string::npos) {
+        const std::vector<std::string> words = split(text.substr(0, end));
+        const bool switches = has_end && !words.empty() &&
+                              (words[0] == "optimize_service" || words[0] == "restore_service");
+        if (switches && text.find('\n') == end) {
             Call call = to_call(words);
             if (call.services.empty()) {
                 return call;

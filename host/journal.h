@@ -15,9 +15,9 @@ public:
     /// Borrows the lock, which must be held.
     explicit Journal(const ConfigurationLock& lock) : m_lock(lock) {}
 
-    /// The call that has not been completed, if there is one. A journal without its end is ignored:
-    /// the program died while writing it, before it switched anything. Throws std::runtime_error if
-    /// the file cannot be read or holds something else.
+    /// The call that has not been completed, if there is one. The start of a journal is
+    /// ignored: the program died while writing it, before it switched anything. Throws
+    /// std::runtime_error if the file cannot be read or holds something else.
     std::optional<Call> read() const;
 
     /// Replaces the journal and flushes it to the disk. Throws std::runtime_error.

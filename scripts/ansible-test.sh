@@ -130,7 +130,7 @@ grep -q '^\[WARNING\]: .* completed the interrupted' "$log" || die 'an interrupt
 echo '<oops' >"$place/two/config/system_operation/conf.xml"
 play 'a broken configuration' "one changed=1 failed=0 optimized: cups, rsync
 three changed=1 failed=0 optimized: cups, rsync
-two changed=0 failed=1 ./config/system_operation/conf.xml:2: cannot parse: *" "${services[@]}"
+two changed=0 failed=1 $place/two/config/system_operation/conf.xml:2: cannot parse: *" "${services[@]}"
 rm "$place/two/config/system_operation/conf.xml"
 play 'no configuration in check mode, and a machine that cannot be reached' "gone changed=0 failed=1 *
 one changed=0 failed=0 would be optimized: nothing

@@ -94,6 +94,31 @@ TEST_F(CommandLineTest, WorksInAFolder)
     }
 }
 
+TEST_F(CommandLineTest, LocksOnlyBesideAConfiguration)
+{
+    // In another user's folder, the configuration may be a link to any file.
+    EXPECT_EQ(shell("cp config/*/conf.xml good; ln -sf ../../other config/*/conf.xml"), 0);
+    write("other.lock", "4711 another program");
+    const std::pair<std::string, const char*> table[] = {
+        {"root:x:0:0\n", "/other:1: cannot parse: "},
+        {"<x><kavra_conf/></x>", "/other: not a configuration: the root element is not kavra_conf"},
+        {read("good"), "/other.lock: not a journal"}};
+    for (const auto& [text, error] : table) {
+        SCOPED_TRACE(error);
+        write("other", text);
+        for (const std::string call :
+             {"ls_service", "set_optimize_sorce 7", "optimize_service 1"}) {
+            EXPECT_EQ(shell(HOST " --json " + call), text == read("good") ? 3 : 1);
+            EXPECT_THAT(read("output"), HasSubstr(R"({"reply":"none","error":")"));
+            EXPECT_THAT(read("errors"), HasSubstr(error));
+        }
+        EXPECT_EQ(read("other.lock"), "4711 another program");
+    }
+    EXPECT_EQ(shell("rm other*; " HOST " set_optimize_sorce 7"), 1);
+    EXPECT_THAT(read("errors"), HasSubstr("conf.xml: No such file or directory"));
+    EXPECT_EQ(access("other.lock", F_OK), -1);
+}
+
 TEST_F(CommandLineTest, AlignsColumnsAndCompletes)
 {
     EXPECT_EQ(host::display_width("a\xCC\x81\xE6\x89\x93\xF0\x9F\x98\x80\xFF"), 6U);

@@ -64,7 +64,7 @@ TEST_F(JournalTest, CompletesWhatHadBegun)
         {"failing", one, off + "echo exit 1 >hook; ", 3, "service 1 failed" + keep, "20 "},
         {"no list", one, off + ": >etc/runlevels; ", 3, "listing of chkconfig" + keep, "20 "},
         {"no chkconfig", one, off + "PATH=/x ", 3, "on the search path" + keep, "20 "},
-        {"damaged", one, "sed -i '$d' config/*/conf.xml; ", 3, "conf.xml:", "20 "},
+        {"damaged", one, "sed -i '$d' config/*/conf.xml; ", 1, "conf.xml:", "20 "},
         {"no journal", "ls_service\nend\n", off, 3, "not a journal" + keep, "20 "},
         {"a name", "optimize_service crond\nend\n", off, 3, "not a journal" + keep, "20 "},
         {"link", one, "mv config/*/*.lock x; ln -s ../../x " LOCK "; ", 3, "is a link", "20 "},

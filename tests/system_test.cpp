@@ -159,8 +159,9 @@ TEST_F(SystemTest, AnswersOnTheCommandLine)
 
     write(conf_path, "<kavra_conf>\n<oops>\n");
     EXPECT_EQ(shell("optimize_host --json ls_service"), 1);
-    EXPECT_THAT(read("output"), HasSubstr("\"code\":\"0x00000000\",\"error\":\""));
-    EXPECT_THAT(read("errors"), HasSubstr("ls_service: ./config/system_operation/conf.xml:3: "));
+    EXPECT_THAT(read("errors"), HasSubstr("/config/system_operation/conf.xml:3: cannot parse: "));
+    EXPECT_EQ(shell("optimize_host --json get_optimize_num"), 1);
+    EXPECT_THAT(read("output"), HasSubstr("\"code\":\"0x00000000\",\"error\":\"./config/system"));
 }
 
 // Switches every service of the machine off and on again.
