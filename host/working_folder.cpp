@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace fs = std::filesystem;
+
 namespace host
 {
 
@@ -30,29 +32,41 @@ bool is_missing(const std::string& path)
     return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
-/// Whether somebody else can change what is at the path, or what is in that folder.
-bool is_foreign(const struct stat& status)
+/// Whether others than the owner can write the file, or create files in the folder.
+bool is_shared(const struct stat& status)
 {
-    const bool by_others = (status.st_mode & S_IWOTH) != 0;
-    const bool by_group = (status.st_mode & S_IWGRP) != 0 && status.st_gid != getegid();
-    return status.st_uid != geteuid() ||
-           (!S_ISLNK(status.st_mode) && (status.st_mode & S_ISVTX) == 0 && (by_others || by_group));
+    return (status.st_mode & S_IWOTH) != 0 ||
+           ((status.st_mode & S_IWGRP) != 0 && status.st_gid != getegid());
 }
 
-/// The first part of the way to the configuration that another user can change; empty if there is
-/// none. A link is its owner's choice of a file.
-std::string find_foreign()
+/// The first part of the path, and of the links on it, that another user can change or create;
+/// empty if there is none.
+fs::path find_foreign(const fs::path& path, fs::path folder = {})
 {
-    for (const char* const path :
-         {".", "./config", "./config/system_operation", configuration_path}) {
-        struct stat link = {};
-        struct stat file = {};
-        if ((lstat(path, &link) == 0 && is_foreign(link)) ||
-            (stat(path, &file) == 0 && is_foreign(file))) {
-            return path;
+    for (const fs::path& part : path) {
+        fs::path next = folder / part;
+        struct stat status = {};
+        if (lstat(next.c_str(), &status) != 0) { // the rest is missing
+            return stat(folder.c_str(), &status) == 0 && is_shared(status) ? folder : "";
         }
+        if (status.st_uid != geteuid()) {
+            return next;
+        }
+        if (S_ISLNK(status.st_mode)) {
+            if (stat(next.c_str(), &status) != 0 && errno == ELOOP) {
+                return next;
+            }
+            fs::path foreign = find_foreign(fs::read_symlink(next), folder);
+            if (!foreign.empty()) {
+                return foreign;
+            }
+        } else if (is_shared(status) &&
+                   !(S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0)) {
+            return next; // in a sticky folder, everybody can change only what is his own
+        }
+        folder = next;
     }
-    return "";
+    return {};
 }
 
 } // namespace
@@ -63,16 +77,20 @@ void enter_working_folder(const std::optional<std::string>& directory)
         if (chdir(directory->c_str()) != 0) {
             fail("'" + *directory + "'");
         }
-    } else if (is_missing(configuration_path)) {
-        if (!is_missing(installed_configuration()) && chdir(installed_directory) != 0) {
-            fail(installed_directory);
-        }
-    } else if (geteuid() == 0) {
-        const std::string foreign = find_foreign();
-        if (!foreign.empty()) {
-            throw std::runtime_error(foreign + ": another user can change it; to work in this "
-                                               "folder all the same, add -C .");
-        }
+        return;
+    }
+    if (is_missing(configuration_path) && !is_missing(installed_configuration()) &&
+        chdir(installed_directory) != 0) {
+        fail(installed_directory);
+    }
+    // The configuration may be missing, and another user may create it later.
+    const fs::path foreign = geteuid() == 0 ? find_foreign(configuration_path) : "";
+    if (!foreign.empty()) {
+        const fs::path here = fs::current_path();
+        throw std::runtime_error((here / foreign).lexically_normal().string() +
+                                 ": another user can change it; to work in this folder all the "
+                                 "same, add -C " +
+                                 here.string());
     }
 }
 
@@ -82,8 +100,7 @@ std::string missing_configuration()
         return "";
     }
     std::error_code ignored;
-    const std::string here =
-        (std::filesystem::current_path(ignored) / (configuration_path + 2)).string();
+    const std::string here = (fs::current_path(ignored) / (configuration_path + 2)).string();
     const std::string text = "no configuration: there is no " + here;
     return is_missing(installed_configuration()) ? text + " and no " + installed_configuration()
                                                  : text;

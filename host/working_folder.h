@@ -10,9 +10,10 @@ namespace host
 {
 
 /// Makes the given folder the working directory. Without one, keeps the working directory if the
-/// configuration is there, otherwise changes to the folder of the installation if it is there.
-/// Throws std::runtime_error if the given folder cannot be entered, and if root would use another
-/// user's configuration without having asked for it.
+/// configuration is there, otherwise changes to the folder of the installation if it is there. Root
+/// must give a folder in which another user can change or create the configuration.
+///
+/// Throws std::runtime_error if the folder cannot be entered, and if root has to give it.
 void enter_working_folder(const std::optional<std::string>& directory);
 
 /// Says that there is no configuration, and in which places; empty if there is one.

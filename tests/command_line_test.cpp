@@ -86,11 +86,40 @@ TEST_F(CommandLineTest, WorksInAFolder)
     EXPECT_EQ(shell("[ $(cd x; " HOST " get_optimize_sorce) = 7 ]"), 0);
     EXPECT_EQ(shell(HOST " -C bin ls_reg && " HOST " -C bin restore_service cups"), 1);
     EXPECT_THAT(read("errors"), HasSubstr("/bin/config/system_operation/conf.xml"));
-    if (geteuid() == 0) {
-        for (const std::string path : {"config/*/conf.xml", "config", "."}) {
-            EXPECT_EQ(shell("chown 1 " + path + "; " HOST " get_optimize_num"), 3) << path;
-            EXPECT_EQ(shell(HOST " get_optimize_num -C .; chown 0 " + path), 0) << path;
-        }
+}
+
+TEST_F(CommandLineTest, RootTakesNoFolderThatOthersCanChange)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "not root";
+    }
+    const std::pair<const char*, int> table[] = {
+        {"chmod 1777 .", 0}, // sticky, as /tmp
+        {"mv config/*/conf.xml ..; ln -s ../../../conf.xml config/*/", 0},
+        {"chown 1 config/*/conf.xml", 3},
+        {"chown 1 config", 3},
+        {"chown 1 .", 3},
+        {"chmod o+w config/*/conf.xml", 3},
+        {"chmod 1666 config/*/conf.xml", 3},
+        {"chgrp 1 config/*; chmod g+w config/*", 3},
+        {"ln -sf ../../../calls config/*/conf.xml; chmod o+w ../calls", 3},
+        {"chown -h 1 ../link; ln -sf ../../../link config/*/conf.xml", 3},
+        {"mv config ../theirs/; ln -s ../theirs/config .", 3},
+        {"ln -sf conf.xml config/*/conf.xml", 3},
+        // A missing configuration could be created.
+        {"rm config/*/conf.xml; chown 1 config/*", 3},
+        {"rm -r config; chmod 1777 .", 3},
+        {"rm -r config; ln -s ../theirs/gone config", 3},
+        {"rm config/*/conf.xml", 1}};
+    for (const auto& [before, status] : table) {
+        SCOPED_TRACE(before);
+        EXPECT_EQ(shell("rm -rf x theirs *.lock; mkdir x theirs; chown 1 theirs; cp -R config x; "
+                        "cp config/*/conf.xml calls; ln -sf calls link; cd x; " +
+                        std::string(before) + "; " HOST " set_optimize_sorce 7"),
+                  status);
+        EXPECT_THAT(read("errors"), HasSubstr(status == 3 ? "another user can change it" : ""));
+        EXPECT_EQ(shell("[ -z \"$(find . -name '*.lock')\" ]"), status == 0 ? 1 : 0);
+        EXPECT_NE(shell("cd x; " HOST " set_optimize_sorce 7 -C ."), 3);
     }
 }
 
