@@ -6,7 +6,7 @@
 namespace host
 {
 
-/// Whether a folder of PATH holds an executable file of that name.
+/// Whether the shell finds a command of that name that it can execute.
 bool is_on_search_path(const std::string& command);
 
 /// Makes the relative entries of PATH absolute, so that they keep their meaning when the working

@@ -79,7 +79,7 @@ TEST_F(CommandLineTest, TakesNamesAndSaysWhatWasNotHandled)
 TEST_F(CommandLineTest, WorksInAFolder)
 {
     EXPECT_EQ(shell("mkdir x; cp -R config x; " HOST " set_optimize_sorce 7 -C x"), 0);
-    EXPECT_EQ(shell("cp " MODULE " x/m.so; cd x; PATH=../bin:/bin:/usr/bin " HOST
+    EXPECT_EQ(shell("cp " MODULE " bin/m.so; cd bin; PATH=:/bin:/usr/bin " HOST
                     " -m m.so -C .. -- optimize_service bad"),
               1);
     EXPECT_EQ(commands(), "chkconfig --level 23 bad off\n");

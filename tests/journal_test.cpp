@@ -97,7 +97,7 @@ TEST_F(JournalTest, CarriesACallToItsEnd)
     shell(": >hook; " HOST " restore_service 1 2 20 2>&1 | true"); // nobody reads its messages
     EXPECT_EQ(read(LOCK), "");
     EXPECT_EQ(optimized(), "");
-    EXPECT_EQ(shell("PATH=/x " HOST " --json ls_service"), 3);
+    EXPECT_EQ(shell("chmod -x bin/chkconfig; PATH=bin " HOST " --json ls_service"), 3);
     EXPECT_THAT(read("output"), HasSubstr(R"({"reply":"none","error":"no chkconfig on the)"));
     EXPECT_EQ(shell("cd config/*/; mv conf.xml ../../x; ln -s ../../x conf.xml"), 0);
     EXPECT_EQ(shell(HOST " set_optimize_sorce 1; [ -f x.lock ]"), 0); // beside the real file
