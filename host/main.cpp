@@ -8,7 +8,6 @@
 #include "host/working_folder.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <new>
 
 namespace
@@ -20,24 +19,17 @@ using host::File;
 using host::Options;
 using host::UsageError;
 
-/// Reads lines of any length.
-class Line
+/// Reads a line of any bytes and length, without its end. Returns false at the end of the input and
+/// after an error.
+bool read_line(std::FILE* in, std::string& line)
 {
-public:
-    Line() = default;
-    Line(const Line&) = delete;
-    Line& operator=(const Line&) = delete;
-    ~Line() { std::free(m_text); }
-
-    /// Returns false at the end of the input and after an error.
-    bool read(std::FILE* in) { return (m_length = getline(&m_text, &m_capacity, in)) >= 0; }
-    std::string text() const { return {m_text, static_cast<std::size_t>(m_length)}; }
-
-private:
-    char* m_text = nullptr;
-    std::size_t m_capacity = 0;
-    ssize_t m_length = 0;
-};
+    line.clear();
+    int byte = 0;
+    while ((byte = std::getc(in)) != EOF && byte != '\n') {
+        line += static_cast<char>(byte);
+    }
+    return std::ferror(in) == 0 && (byte != EOF || !line.empty());
+}
 
 /// Runs the call in a line or on the command line, and prints why it is not one.
 template <class GetWords>
@@ -60,14 +52,14 @@ ExitStatus run_lines(std::FILE* in, std::FILE* out, rpc::IIfaceRealize& interfac
                      host::Printer& printer)
 {
     ExitStatus worst = host::success;
-    Line line;
-    for (int number = 1; line.read(in); ++number) {
+    std::string line;
+    for (int number = 1; read_line(in, line); ++number) {
         const std::string origin = host::input_name + (":" + std::to_string(number)) + ": ";
-        worst = std::max(worst, run_call([&line] { return host::split(line.text()); }, origin,
-                                         interface, printer));
+        worst = std::max(
+            worst, run_call([&line] { return host::split(line); }, origin, interface, printer));
         host::require_written(out);
     }
-    if (std::feof(in) == 0) { // an error, or a line for which there is no memory
+    if (std::ferror(in) != 0) {
         host::fail(host::input_name);
     }
     return worst;
@@ -80,7 +72,8 @@ ExitStatus run(const Options& options)
     const File out = host::take_standard_output();
     const std::unique_ptr<host::Printer> printer =
         options.json ? host::json_printer(out.get()) : host::table_printer(out.get(), stderr);
-    const host::Module module(options.module); // before its relative path changes its meaning
+    // Relative paths start at the present working directory.
+    const host::Module module(options.module);
     host::make_search_path_absolute();
     try {
         host::enter_working_folder(options.directory);
