@@ -20,6 +20,30 @@ bool is(const owned<fwbase::Param>& param, unsigned type)
     return param->type() == type;
 }
 
+/// One listed service; texts are UTF-8.
+struct ServiceRow {
+    rpc::int32 id;
+    std::string name;
+    std::string desc;
+    rpc::int32 op;
+};
+
+/// The services in a T_RECORD_LIST parameter. Records with other fields are skipped.
+std::vector<ServiceRow> service_rows(const fwbase::Param& param)
+{
+    constexpr std::array<unsigned, 4> fields = {rpc::T_UINT32, rpc::T_STRING, rpc::T_STRING,
+                                                rpc::T_UINT32};
+    std::vector<ServiceRow> rows;
+    for (const owned<fwbase::Params>& record : param.records()) {
+        const std::vector<owned<fwbase::Param>>& all = record->all();
+        if (std::equal(all.begin(), all.end(), fields.begin(), fields.end(), is)) {
+            rows.push_back({all[0]->number(), all[1]->text(), fwbase::gbk_to_utf8(all[2]->text()),
+                            all[3]->number()});
+        }
+    }
+    return rows;
+}
+
 /// Terminal colours, as numbers of an SGR sequence.
 namespace style
 {
@@ -273,21 +297,6 @@ std::unique_ptr<Printer> table_printer(std::FILE* out, std::FILE* messages)
 std::unique_ptr<Printer> json_printer(std::FILE* out)
 {
     return std::make_unique<JsonPrinter>(out);
-}
-
-std::vector<ServiceRow> service_rows(const fwbase::Param& param)
-{
-    constexpr std::array<unsigned, 4> fields = {rpc::T_UINT32, rpc::T_STRING, rpc::T_STRING,
-                                                rpc::T_UINT32};
-    std::vector<ServiceRow> rows;
-    for (const owned<fwbase::Params>& record : param.records()) {
-        const std::vector<owned<fwbase::Param>>& all = record->all();
-        if (std::equal(all.begin(), all.end(), fields.begin(), fields.end(), is)) {
-            rows.push_back({all[0]->number(), all[1]->text(), fwbase::gbk_to_utf8(all[2]->text()),
-                            all[3]->number()});
-        }
-    }
-    return rows;
 }
 
 } // namespace host

@@ -58,15 +58,4 @@ std::unique_ptr<Printer> table_printer(std::FILE* out, std::FILE* messages);
 /// `out`.
 std::unique_ptr<Printer> json_printer(std::FILE* out);
 
-/// One listed service; texts are UTF-8.
-struct ServiceRow {
-    rpc::int32 id;
-    std::string name;
-    std::string desc;
-    rpc::int32 op;
-};
-
-/// The services in a T_RECORD_LIST parameter. Records with other fields are skipped.
-std::vector<ServiceRow> service_rows(const fwbase::Param& param);
-
 } // namespace host
