@@ -8,6 +8,7 @@
 #include "host/working_folder.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <new>
 
 namespace
@@ -93,6 +94,8 @@ ExitStatus run(const Options& options)
 
 int main(int argc, char** argv)
 {
+    // gettext prefers it to LC_ALL, with which the module asks chkconfig for English words.
+    unsetenv("LANGUAGE");
     try {
         host::prepare_signals();
         host::open_standard_error();

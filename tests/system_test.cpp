@@ -85,6 +85,7 @@ TEST_F(SystemTest, ListsTheMachineInAnyLocale)
     EXPECT_EQ(output_of("LC_ALL=C chkconfig --list"), read("chkconfig-list.txt"));
     EXPECT_THAT(output_of("LC_ALL=zh_CN.UTF-8 chkconfig --list"), HasSubstr("2:\xE5\xBC\x80"));
     setenv("LC_ALL", "zh_CN.UTF-8", 1);
+    setenv("LANGUAGE", "zh_CN:zh", 1);
     const std::vector<Json> replies = items("ls_service");
     unsetenv("LC_ALL");
     ASSERT_EQ(replies.size(), 19U);

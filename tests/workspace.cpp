@@ -21,6 +21,7 @@ Workspace::Workspace()
     fs::create_directory("bin");
     setenv("PATH", (m_directory + "/bin:" + search_path).c_str(), 1);
     setenv("LC_ALL", "C", 1);
+    unsetenv("LANGUAGE");
     unsetenv("NO_COLOR");
     for (const char* const path : {"bin/chkconfig", "bin/sed"}) {
         write(path, "#!/bin/sh\n"
