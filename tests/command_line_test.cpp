@@ -19,14 +19,18 @@ protected:
         for (const std::string name : {"cups", "on", "bad", "idle", "a-service-with-a-long-name"}) {
             listing += name + " 0:off 1:off 2:on 3:on 4:off 5:off 6:off\n";
         }
-        write("listing", listing);
+        write("listing",
+              listing + "\nxinetd based services:\n\tin.talkd: on\n\tc\x7F\xC2\x9B: on\n");
         write_conf(R"xml(<info id="1" name="cups" op="3"/><info id="2" name="cups" op="3"/>
             <!-- <info id="6" name="no" op="1"/> --><info id="7" name="打印" op="1" level="35"/>
             <info id="8" name="no" op="1"/><info id="8" name="yes" op="0" level="3"/>
-            <info id="13" name="on" op="0" level="3"/>
+            <info id="13" name="on" op="0" level="3"/><info id="13" name="on" op="03"/>
+            <info id="14" name="in.talkd"/><info id="15" name="c&#x7F;&#x9B;"/>
             <info id="9" name="gone" op="0"/><info id="10" name="bad" op="0" level="5"/>
-            <info id="11" name="idle" op="2"/><info id="12" name="a-service-with-a-long-name"/>
-            <info id="$(touch ran)" name="$(touch ran)" op="1"/>)xml");
+            <info id="11" name="idle" op="2"/>
+            <info id="$(touch ran)" name="$(touch ran)" op="1"/>
+            <info id="12" name="a-service-with-a-long-name" desc=")xml" +
+                   m_description + "\"/>");
     }
     /// The commands that the last call ran; the module prints each of them.
     static std::string commands()
@@ -38,6 +42,8 @@ protected:
         }
         return found;
     }
+
+    const std::string m_description = std::string(3000, 'x') + "完";
 };
 
 TEST_F(CommandLineTest, TakesNamesAndSaysWhatWasNotHandled)
@@ -54,12 +60,14 @@ TEST_F(CommandLineTest, TakesNamesAndSaysWhatWasNotHandled)
          ""},
         {"", "ignore_service on yes", 1, "", "'yes' and 'no' have the same id 8", ""},
         {"", "ignore_service on on", 0, R"("ids":[13],"names":["on"]})", "", ""}, // does not list
-        {"", "optimize_service idle 9 9 bad", 1,
+        {"grep -q '\"03\"' config/*/*.xml && ", "optimize_service idle 9 9 bad", 1,
          R"([{"id":11,"name":"idle","reason":"ignored"},{"id":9,"name":"gone","reason":)"
          R"("unavailable"},{"id":10,"name":"bad","reason":"command failed"}]})",
          "bad (10) not handled: command failed, perhaps halfway; see chkconfig --list bad\n", bad},
+        {"", "optimize_service in.talkd", 0, R"("ids":[14],"names":["in.talkd"]})", "", ""},
         {"", "optimize_service 2 cups", 0, R"("ids":[1],"names":["cups"]})", "", // lists
          "chkconfig --level 23 cups off\nchkconfig --level 23 cups off\n"},
+        {"", "restore_service '\x7F\xC2\x80\xC2\x9Fx'", 1, "", "no service '???x' is", ""},
         {no_list, "restore_service cups 打印 99", 1, R"([{"id":99,"reason":"not configured"}])",
          "id 99 not handled: not configured\n",
          "chkconfig --level 23 cups on\nchkconfig --level 23 cups on\n"
@@ -152,7 +160,9 @@ TEST_F(CommandLineTest, AlignsColumnsAndCompletes)
 {
     EXPECT_EQ(host::display_width("a\xCC\x81\xE6\x89\x93\xF0\x9F\x98\x80\xFF"), 6U);
     EXPECT_EQ(shell(HOST " ls_service"), 0);
-    std::istringstream lines(read("output"));
+    const std::string output = read("output");
+    EXPECT_THAT(output, testing::AllOf(HasSubstr("  c??  "), HasSubstr(m_description + "\n")));
+    std::istringstream lines(output);
     for (std::string text; std::getline(lines, text);) {
         EXPECT_EQ(host::display_width(text.substr(0, text.find_first_of("S012", 12))), 40U) << text;
     }
