@@ -99,6 +99,13 @@ TEST_F(JournalTest, CarriesACallToItsEnd)
     EXPECT_EQ(optimized(), "");
     EXPECT_EQ(shell("chmod -x bin/chkconfig; PATH=bin " HOST " --json ls_service"), 3);
     EXPECT_THAT(read("output"), HasSubstr(R"({"reply":"none","error":"no chkconfig on the)"));
+    if (SANITIZE[0] == '\0') { // a sanitizer must be loaded first
+        write("calls", "set_optimize_sorce 1\nset_optimize_sorce 1\n");
+        EXPECT_EQ(shell("LD_PRELOAD=" UNWILLING_MODULE " " HOST " - <calls"), 0);
+        EXPECT_THAT(read("errors"), AllOf(HasSubstr("input:1: set_optimize_sorce: /"),
+                                          HasSubstr("lock: the file system cannot lock; do not"),
+                                          testing::Not(HasSubstr("input:2:"))));
+    }
     EXPECT_EQ(shell("cd config/*/; mv conf.xml ../../x; ln -s ../../x conf.xml"), 0);
     EXPECT_EQ(shell(HOST " set_optimize_sorce 1; [ -f x.lock ]"), 0); // beside the real file
 }
@@ -113,10 +120,22 @@ TEST_F(JournalTest, OnlyWritingCallsWait)
         EXPECT_THAT(read("output"), HasSubstr("{\"reply\":\"final\"")) << call;
     }
     EXPECT_EQ(shell("chmod 0755 config/*; chmod 0600 " LOCK "; mkfifo in out"), 0);
-    shell("{ sh -c 'echo $$ >pid; exec " HOST " - <in'; echo $?; } >out 2>&1 &");
-    std::ifstream out("out");
-    std::ofstream in("in");
+    const auto start = [](const std::string& arguments) {
+        shell("{ sh -c 'echo $$ >pid; exec " HOST " " + arguments + "'; echo $?; } >out 2>&1 &");
+        return std::ifstream("out");
+    };
+    const auto terminate = [](std::ifstream& out) {
+        EXPECT_EQ(kill(std::stoi(read("pid")), SIGTERM), 0);
+        std::string text;
+        std::getline(out, text, '\0');
+        EXPECT_THAT(text, EndsWith(std::to_string(128 + SIGTERM) + "\n"));
+    };
     std::string text;
+    std::ifstream waiting = start("set_optimize_sorce 8");
+    std::getline(waiting, text);
+    terminate(waiting);
+    std::ifstream out = start("- <in");
+    std::ofstream in("in");
     in << "set_optimize_sorce 7" << std::endl;
     std::getline(out, text);
     EXPECT_THAT(text, AllOf(HasSubstr("input:1: set_optimize_sorce: /"),
@@ -126,10 +145,7 @@ TEST_F(JournalTest, OnlyWritingCallsWait)
     std::getline(out, text);
     EXPECT_EQ(text, "success (code 0x80000000)");
     EXPECT_EQ(access(LOCK, F_OK), 0);
-    EXPECT_EQ(kill(std::stoi(read("pid")), SIGTERM), 0); // between calls it ends the program
-    in.close();
-    std::getline(out, text, '\0');
-    EXPECT_THAT(text, EndsWith(std::to_string(128 + SIGTERM) + "\n"));
+    terminate(out); // between calls
 }
 
 } // namespace

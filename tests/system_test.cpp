@@ -131,6 +131,11 @@ TEST_F(SystemTest, AnswersOnTheCommandLine)
                  {"get_optimize_num 1", 2, "", "'1' is one argument too many"},
                  {"set_optimize_sorce 4294967296", 2, "", "'4294967296' is not a number"},
                  {"--module missing.so ls_service", 3, "", "missing.so: cannot open"},
+                 {"-m " UNWILLING_MODULE " ls_reg", 3, "", ".so: init failed with code 0x0402000A"},
+                 {"--json -C missing get_optimize_num", 3,
+                  "{\"reply\":\"none\",\"error\":\"'missing': No such file or directory\"}\n",
+                  "optimize_host: 'missing': No such file or directory\n"},
+                 {"get_optimize_num 2>&-", 0, "3\n", ""},
                  {"get_optimize_num >/dev/full", 3, "", "standard output: No space left"},
                  {"- <calls >/dev/full", 3, "", "standard output: No space left"},
                  {"--help >/dev/full", 3, "", "standard output: No space left"}};
