@@ -2,7 +2,7 @@
 // new ones.
 #pragma once
 
-#include "fwbase/descriptor.h"
+#include "framework/descriptor.h"
 
 #include <cstddef>
 #include <string>

@@ -1,7 +1,7 @@
 // The lock that lets one call at a time change a configuration, across processes.
 #pragma once
 
-#include "fwbase/descriptor.h"
+#include "framework/descriptor.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 // The folder with the configuration, in which the module works.
 #pragma once
 
-#include "fwbase/descriptor.h"
+#include "framework/descriptor.h"
 
 #include <optional>
 #include <string>

@@ -12,10 +12,10 @@ class Descriptor
 {
 public:
     explicit Descriptor(int number = -1) noexcept : m_number(number) {}
-    Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    Descriptor(Descriptor&& other) noexcept : m_number(-1) { swap(other); }
     Descriptor& operator=(Descriptor&& other) noexcept
     {
-        std::swap(m_number, other.m_number);
+        swap(other);
         return *this;
     }
     ~Descriptor()
@@ -29,6 +29,8 @@ public:
     int get() const noexcept { return m_number; }
 
 private:
+    void swap(Descriptor& other) noexcept { std::swap(m_number, other.m_number); }
+
     int m_number;
 };
 
