@@ -1,0 +1,29 @@
+// What a transaction takes from its host.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace transaction
+{
+
+using Ids = std::vector<unsigned int>;
+
+/// A reply that the module sends before its final one.
+struct Reply {
+    unsigned int id;
+    std::string name; ///< of a listing
+    int op;           ///< of a listing
+};
+
+/// Runs an operation of the module and returns its replies in their order. `flag` is for
+/// ignore_service; ls_service takes neither flag nor ids. Throws std::exception if the operation
+/// gave no final reply or failed.
+using Call =
+    std::function<std::vector<Reply>(const std::string& operation, bool flag, const Ids& ids)>;
+
+/// Takes a message for people, one line in UTF-8.
+using Say = std::function<void(const std::string& message)>;
+
+} // namespace transaction

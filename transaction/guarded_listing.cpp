@@ -1,0 +1,216 @@
+#include "transaction/guarded_listing.h"
+
+#include <algorithm>
+#include <set>
+#include <stdexcept>
+#include <utility>
+
+namespace transaction
+{
+
+namespace
+{
+
+/// Throws unless the file holds what the listing replied: somebody may have replaced it meanwhile.
+void require_agreement(const std::vector<Entry>& entries, const std::vector<Reply>& replies)
+{
+    auto reply = replies.begin();
+    const bool agrees = std::all_of(entries.begin(), entries.end(), [&](const Entry& entry) {
+        if (reply != replies.end() && reply->id == entry.id && reply->name == entry.name &&
+            reply->op == entry.op) {
+            ++reply;
+            return true;
+        }
+        return entry.op == unavailable;
+    });
+    if (!agrees || reply != replies.end()) {
+        throw std::runtime_error("the configuration was replaced during the listing");
+    }
+}
+
+} // namespace
+
+std::string in_levels(const std::string& levels)
+{
+    return levels == "on" ? "with xinetd" : "in run levels " + levels;
+}
+
+GuardedListing::GuardedListing(const std::string& configuration, Call call, Say say)
+    : m_lock(configuration, say), m_call(std::move(call)), m_say(std::move(say)),
+      m_record(m_lock.place()), m_configuration(configuration), m_lines(m_record.read())
+{
+}
+
+View GuardedListing::view_of(const std::string& name) const
+{
+    const auto found = m_views.find(name);
+    return found == m_views.end() ? View{false, unavailable, ""} : found->second;
+}
+
+const Line* GuardedListing::line_of(const std::string& name) const
+{
+    const auto found = m_lines.find(name);
+    return found == m_lines.end() ? nullptr : &found->second;
+}
+
+void GuardedListing::set_line(const std::string& name, const Line* line)
+{
+    if (line == nullptr) {
+        m_lines.erase(name);
+    } else {
+        m_lines[name] = *line;
+    }
+}
+
+void GuardedListing::set_entries(const std::string& name, int op, const std::string& level)
+{
+    for (const std::size_t position : m_configuration.find(name)) {
+        m_configuration.set_op(position, op);
+        m_configuration.set_level(position, level);
+        m_configuration.set_xinetd(position, level == "on");
+    }
+}
+
+void GuardedListing::begin(const Names& switched)
+{
+    take_over();
+    list(switched, true);
+    settle(switched, true);
+    save();
+}
+
+void GuardedListing::verify(const Names& switched)
+{
+    m_configuration.read();
+    list(switched, false);
+    settle(switched, false);
+    m_configuration.save();
+}
+
+void GuardedListing::save()
+{
+    m_configuration.save();
+    m_record.write(m_lines);
+}
+
+void GuardedListing::tell_unlisted(const Names& names) const
+{
+    std::string kept;
+    for (const std::string& name : names) {
+        const Line* const known = line_of(name);
+        if (known != nullptr && known->state != State::ignored &&
+            known->state != State::switching_on && view_of(name).is_unlisted()) {
+            kept += " " + name;
+        }
+    }
+    if (!kept.empty()) {
+        m_say("kept as optimized although chkconfig does not list them:" + kept);
+    }
+}
+
+/// Records what only the configuration knows: the record may be lost, or another host has switched.
+/// Of several entries of one name, the first that was switched off decides, then an ignored one.
+void GuardedListing::take_over()
+{
+    for (const int op : {optimized, ignored}) {
+        for (const Entry& entry : m_configuration.entries()) {
+            if (entry.op != op || line_of(entry.name) != nullptr || !is_recordable(entry.name)) {
+                continue;
+            }
+            if (op == ignored) {
+                m_lines[entry.name] = {State::ignored, "-", now()};
+            } else if (is_level(entry.level)) {
+                m_lines[entry.name] = {State::off, entry.level, now()};
+                m_taken_over.insert(entry.name);
+            }
+        }
+    }
+    m_record.write(m_lines);
+}
+
+/// Makes the configuration say what the record says, has the module list the machine, and reads
+/// what it wrote. Entries prepared like this are in state 0 afterwards if the service is on, 1 if
+/// it was found off, and 3 if it was not listed. A requested service without a line is in state 3
+/// afterwards with the level "off" if it was found off, with an empty one if it was not listed.
+void GuardedListing::list(const Names& switched, bool is_first)
+{
+    for (const auto& [name, line] : m_lines) {
+        if (line.state != State::ignored) {
+            set_entries(name, optimized, line.levels);
+        }
+    }
+    for (const std::string& name : switched) {
+        if (line_of(name) != nullptr) {
+            continue;
+        }
+        for (const std::size_t position : m_configuration.find(name)) {
+            if (is_first) {
+                m_configuration.set_op(position, unavailable);
+            }
+            if (m_configuration.entries()[position].op == unavailable) {
+                m_configuration.set_level(position, "");
+            }
+        }
+    }
+    m_configuration.save();
+    const std::vector<Reply> replies = m_call("ls_service", false, {});
+    m_configuration.read();
+    require_agreement(m_configuration.entries(), replies);
+    m_views.clear();
+    for (const Entry& entry : m_configuration.entries()) {
+        m_views.emplace(entry.name, View{true, entry.op, entry.level});
+    }
+}
+
+/// Brings lines and entries in line with what the listing showed.
+void GuardedListing::settle(const Names& switched, bool is_first)
+{
+    const std::set<std::string> requested(switched.begin(), switched.end());
+    for (auto next = m_lines.begin(); next != m_lines.end();) {
+        const auto current = next++;
+        const std::string& name = current->first;
+        Line& line = current->second;
+        const View seen = view_of(name);
+        const bool is_requested = requested.count(name) != 0; // its outcome tells people
+        if (line.state == State::ignored) {
+            for (const std::size_t position : m_configuration.find(name)) {
+                const int op = m_configuration.entries()[position].op;
+                if (op == none || op == optimized) {
+                    m_configuration.set_op(position, ignored);
+                }
+            }
+        } else if (seen.is_on() && includes(seen.level, line.levels)) {
+            if ((is_first || !is_requested) && line.state == State::off &&
+                seen.level != line.levels) {
+                m_say(name + " was switched on by somebody else: it is on " +
+                      in_levels(seen.level) + ", before it was switched off " +
+                      in_levels(line.levels));
+            }
+            m_lines.erase(current);
+        } else if (seen.is_on()) {
+            line.state = State::partly;
+            if (!is_requested) {
+                m_say(name + " is on " + in_levels(seen.level) +
+                      "; before it was switched off it was on in " + line.levels +
+                      ": restore_service brings these back, optimize_service switches it off");
+            }
+        } else if (seen.is_off()) {
+            if (is_first && line.state == State::switching_off) {
+                m_say("an interrupted call had switched " + name + " off; it can be restored");
+            }
+            if (is_first && m_taken_over.count(name) != 0) {
+                m_say(name + " is off and the configuration calls it optimized (on " +
+                      (line.levels == "on" ? "with xinetd" : "in " + line.levels) +
+                      "), which the record did not know: taken over");
+            }
+            line.state = State::off;
+        } else if (seen.is_unlisted()) {
+            for (const std::size_t position : m_configuration.find(name)) {
+                m_configuration.set_op(position,
+                                       line.state == State::switching_on ? unavailable : optimized);
+            }
+        }
+    }
+}
+
+} // namespace transaction

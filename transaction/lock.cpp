@@ -1,0 +1,165 @@
+#include "transaction/lock.h"
+
+#include "framework/owned.h"
+#include "framework/xml.h"
+#include "transaction/private_file.h"
+
+#include <cerrno>
+#include <chrono>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace transaction
+{
+
+namespace
+{
+
+constexpr int lowest_number = 100; // shell scripts use the low descriptors
+
+/// Follows the links of the configuration's path. Throws CLiteXmlException.
+fs::path find(const std::string& configuration)
+{
+    std::error_code error;
+    const fs::path path = fs::canonical(configuration, error);
+    if (error) {
+        throw CLiteXmlException(configuration, 0, "cannot open: " + error.message());
+    }
+    return path;
+}
+
+/// Throws CLiteXmlException unless the file is a configuration.
+void require_configuration(const Place& place)
+{
+    const std::string name = fs::path(place.path).filename().string();
+    const std::string opened = "/proc/self/fd/" + std::to_string(place.folder.get()) + "/" + name;
+    const owned<IXmlDocument> document(newXmlDocument());
+    try {
+        document->load(opened.c_str());
+    } catch (const CLiteXmlException&) {
+        document->load(place.path.c_str()); // for the name in the message, and without /proc
+    }
+    const owned<IXmlNode> root(document->root());
+    if (!owned<IXmlNode>(root->selectSingleNode("/kavra_conf"))) {
+        throw CLiteXmlException(place.path, 0, "not a configuration: the root element is not kavra_conf");
+    }
+}
+
+/// Opens the place of the configuration. Throws CLiteXmlException unless it is one.
+Place open_place(const std::string& configuration)
+{
+    const fs::path path = find(configuration);
+    Place place{path.string(), fwbase::Descriptor(open(path.parent_path().c_str(),
+                                                       O_RDONLY | O_DIRECTORY | O_CLOEXEC))};
+    if (!place.folder.is_open()) {
+        fail(path.parent_path().string());
+    }
+    require_configuration(place);
+    return place;
+}
+
+PrivateFile open_lock_file(const Place& place, const std::string& path, Lock::Create create)
+{
+    for (;;) {
+        PrivateFile file(place.folder.get(), path, O_RDWR);
+        if (file || create == Lock::Create::no) {
+            return file;
+        }
+        file = PrivateFile(place.folder.get(), path, O_RDWR | O_CREAT | O_EXCL);
+        if (file) {
+            flush_folder(place.folder.get()); // if it cannot be flushed, that is no reason to stop
+            return file;
+        }
+    }
+}
+
+bool is_same(const struct stat& a, const struct stat& b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+/// Whether the lock file still has its name, and the configuration its place.
+bool is_current(const std::string& configuration, const Place& place, const std::string& path,
+                int file)
+{
+    struct stat named = {};
+    struct stat opened = {};
+    struct stat folder = {};
+    struct stat opened_folder = {};
+    std::error_code error;
+    return fs::canonical(configuration, error) == place.path && lstat(path.c_str(), &named) == 0 &&
+           fstat(file, &opened) == 0 && is_same(named, opened) &&
+           stat(fs::path(path).parent_path().c_str(), &folder) == 0 &&
+           fstat(place.folder.get(), &opened_folder) == 0 && is_same(folder, opened_folder);
+}
+
+/// Returns false if somebody else has it.
+bool try_lock(const Say& say, const std::string& path, int file, int flags)
+{
+    static bool cannot_lock = false;
+    if (flock(file, LOCK_EX | flags) == 0 || cannot_lock) {
+        return true;
+    }
+    switch (errno) {
+    case EWOULDBLOCK:
+    case EINTR:
+        return false;
+    case ENOLCK:
+    case EOPNOTSUPP:
+    case ENOSYS:
+    case EINVAL:
+        cannot_lock = true;
+        say(path + ": the file system cannot lock; do not run two calls at once");
+        return true;
+    default:
+        fail(path + ": cannot lock");
+    }
+}
+
+/// Waits for as long as somebody else has it.
+void wait_for(const Say& say, const std::string& path, int file)
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
+    while (!try_lock(say, path, file, LOCK_NB)) {
+        if (Clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            continue;
+        }
+        say(path + ": waiting for another call to end");
+        while (!try_lock(say, path, file, 0)) {
+        }
+        return;
+    }
+}
+
+} // namespace
+
+Lock::Lock(const std::string& configuration, const Say& say, Create create)
+{
+    for (;;) {
+        m_place = open_place(configuration);
+        const std::string path = m_place.path + ".lock";
+        const PrivateFile file = open_lock_file(m_place, path, create);
+        if (!file) {
+            return;
+        }
+        wait_for(say, path, file.number());
+        if (is_current(configuration, m_place, path, file.number())) {
+            m_file =
+                fwbase::Descriptor(fcntl(file.number(), F_DUPFD, lowest_number)); // is inherited
+            if (!m_file.is_open()) {
+                fail(path + ": cannot keep the lock in descriptor " +
+                     std::to_string(lowest_number));
+            }
+            return;
+        }
+    }
+}
+
+} // namespace transaction

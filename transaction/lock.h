@@ -1,0 +1,44 @@
+// The lock that lets one call at a time use a configuration, across threads and processes.
+#pragma once
+
+#include "framework/descriptor.h"
+#include "transaction/calls.h"
+
+#include <string>
+
+namespace transaction
+{
+
+/// The configuration's real file, after all links, and the folder that holds it. The folder stays
+/// open, so that nothing on the way to it can be replaced meanwhile.
+struct Place {
+    std::string path;
+    fwbase::Descriptor folder;
+};
+
+/// Holds the exclusive lock on a configuration: a lock on the empty file "conf.xml.lock" beside it.
+///
+/// The commands that the module starts inherit the descriptor, and the lock ends when the last copy
+/// is closed: a command that outlives a killed program still changes the machine. Programs that
+/// other threads start meanwhile inherit it, too.
+class Lock
+{
+public:
+    enum class Create { yes, no };
+
+    /// Waits for the lock. Says so if that takes longer than a second, and once per process if the
+    /// file system cannot lock. With Create::no, nothing is locked if there is no lock file.
+    ///
+    /// Throws CLiteXmlException if the configuration is missing or is not one; nothing is created
+    /// then. Throws std::runtime_error, which names the file, if the lock file is not a private
+    /// regular file of this user, or cannot be locked.
+    Lock(const std::string& configuration, const Say& say, Create create = Create::yes);
+
+    const Place& place() const { return m_place; }
+
+private:
+    Place m_place;
+    fwbase::Descriptor m_file;
+};
+
+} // namespace transaction

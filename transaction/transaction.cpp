@@ -1,0 +1,471 @@
+#include "transaction/transaction.h"
+
+#include "transaction/guarded_listing.h"
+
+#include <algorithm>
+#include <unordered_map>
+#include <utility>
+
+namespace transaction
+{
+
+namespace
+{
+
+using Names = std::vector<std::string>;
+
+/// What became of a requested name.
+struct Verdict {
+    Outcome::Kind kind;
+    std::string reason;
+    std::string message;
+};
+using Verdicts = std::map<std::string, Verdict>;
+
+/// A requested service.
+struct Wish {
+    unsigned int id;
+    bool is_configured;
+    std::string name;
+};
+
+/// What the first listing of a call showed of a name.
+struct Before {
+    View view;
+    const Line* line; ///< after it was settled; null without
+    Ids ids;
+};
+
+const Verdict done = {Outcome::done, "", ""};
+const Verdict switched_off_by_others = {Outcome::not_handled, "off",
+                                        "it is off, but was not switched off by this program"};
+
+/// Where a service is that is not as it should be.
+std::string position_of(const View& view, const std::string& levels)
+{
+    if (!view.is_on()) {
+        return "it is still off";
+    }
+    return includes(view.level, levels) ? "it is still on " + in_levels(view.level)
+                                        : "it is on in " + view.level + " of " + levels;
+}
+
+} // namespace
+
+/// A call on services, by name.
+class Transaction::Work
+{
+public:
+    Work(const std::string& configuration, Call call, const Say& say)
+        : m_path(configuration), m_call(std::move(call)), m_say(say),
+          m_machine(configuration, m_call, say)
+    {
+    }
+
+    std::vector<Service> list();
+    std::vector<Outcome> switch_services(const Ids& ids, bool on);
+    std::vector<Outcome> ignore(const Ids& ids, bool flag);
+
+    const GuardedListing& machine() const { return m_machine; }
+
+    bool m_is_rehearsal = false;
+
+private:
+    std::vector<Wish> resolve(const Ids& ids) const;
+    static Names names_of(const std::vector<Wish>& wishes);
+    Verdict begin_switch(const std::string& name, bool on);
+    Verdict end_switch(const std::string& name, bool on, bool is_handled, const Before& before);
+    Verdict judge_mark(const std::string& name, bool flag) const;
+    Ids call(const char* operation, bool flag, const Ids& ids, std::string& failure) const;
+    Ids ids_of(const std::string& name) const;
+    Ids ids_of(const Names& names) const;
+    std::vector<Outcome> outcomes(const std::vector<Wish>& wishes, const Verdicts& verdicts) const;
+
+    std::string m_path;
+    Call m_call;
+    Say m_say;
+    GuardedListing m_machine;
+};
+
+std::vector<Service> Transaction::Work::list()
+{
+    m_machine.begin({});
+    Names recorded;
+    for (const auto& line : m_machine.lines()) {
+        recorded.push_back(line.first);
+    }
+    m_machine.tell_unlisted(recorded);
+    std::vector<Service> services;
+    for (const Entry& entry : m_machine.configuration().entries()) {
+        if (entry.op != unavailable) {
+            const bool is_kept =
+                entry.op == optimized && m_machine.view_of(entry.name).is_unlisted();
+            services.push_back({entry, !is_kept});
+        }
+    }
+    return services;
+}
+
+std::vector<Outcome> Transaction::Work::switch_services(const Ids& ids, bool on)
+{
+    const std::vector<Wish> wishes = resolve(ids);
+    const Names names = names_of(wishes);
+    m_machine.begin(names);
+    m_machine.tell_unlisted(names);
+
+    const Lines before = m_machine.lines();
+    Verdicts verdicts;
+    Names switched;
+    std::map<std::string, Before> first;
+    for (const std::string& name : names) {
+        const Line* const line = m_machine.line_of(name);
+        Before as_listed = {m_machine.view_of(name), line == nullptr ? nullptr : &before.at(name),
+                            ids_of(name)};
+        verdicts[name] = begin_switch(name, on);
+        if (verdicts[name].kind == Outcome::done) {
+            switched.push_back(name);
+            first.emplace(name, std::move(as_listed));
+        }
+    }
+    const Ids switched_ids = ids_of(switched);
+    if (m_is_rehearsal) {
+        return outcomes(wishes, verdicts);
+    }
+    m_machine.save();
+    std::string failure;
+    const Ids handled =
+        call(on ? "restore_service" : "optimize_service", false, switched_ids, failure);
+    try {
+        m_machine.verify(names);
+    } catch (const std::exception& error) {
+        for (const std::string& name : switched) {
+            verdicts[name] = {Outcome::not_handled, "not verified",
+                              std::string("not verified: ") + error.what()};
+        }
+        return outcomes(wishes, verdicts);
+    }
+    for (const auto& [name, as_listed] : first) {
+        const bool is_handled =
+            std::all_of(as_listed.ids.begin(), as_listed.ids.end(), [&handled](unsigned int id) {
+                return std::binary_search(handled.begin(), handled.end(), id);
+            });
+        verdicts[name] = end_switch(name, on, is_handled, as_listed);
+    }
+    m_machine.save();
+    return outcomes(wishes, verdicts);
+}
+
+std::vector<Outcome> Transaction::Work::ignore(const Ids& ids, bool flag)
+{
+    const std::vector<Wish> wishes = resolve(ids);
+    const Names names = names_of(wishes);
+    m_machine.begin({});
+    m_machine.tell_unlisted(names);
+
+    const Lines before = m_machine.lines();
+    Verdicts verdicts;
+    Names marked;
+    for (const std::string& name : names) {
+        const Verdict verdict = verdicts[name] = judge_mark(name, flag);
+        if (verdict.kind == Outcome::done || !flag) {
+            marked.push_back(name);
+        }
+        if (verdict.kind == Outcome::done) {
+            const Line mark = {State::ignored, "-", now()};
+            m_machine.set_line(name, flag ? &mark : nullptr);
+        }
+    }
+    const Ids marked_ids = ids_of(marked);
+    if (m_is_rehearsal) {
+        return outcomes(wishes, verdicts);
+    }
+    m_machine.save();
+    std::string failure;
+    const Ids handled = call("ignore_service", flag, marked_ids, failure);
+    for (const std::string& name : marked) {
+        const Ids own = ids_of(name);
+        const bool is_handled =
+            std::find_first_of(own.begin(), own.end(), handled.begin(), handled.end()) != own.end();
+        Verdict& verdict = verdicts[name];
+        if (is_handled) {
+            verdict = done;
+        } else if (verdict.kind == Outcome::done && (flag || !failure.empty())) {
+            verdict = {Outcome::not_handled, "not verified",
+                       "not verified: " +
+                           (failure.empty() ? "the configuration was replaced" : failure)};
+        }
+        if (flag && !is_handled) {
+            const auto old = before.find(name);
+            m_machine.set_line(name, old == before.end() ? nullptr : &old->second);
+        }
+    }
+    m_machine.save();
+    return outcomes(wishes, verdicts);
+}
+
+/// Has the module change services. Returns the ids that it handled, ascending. If the operation
+/// fails, commands may have run all the same; what they did shows the next listing.
+Ids Transaction::Work::call(const char* operation, bool flag, const Ids& ids,
+                            std::string& failure) const
+{
+    Ids handled;
+    try {
+        for (const Reply& reply : m_call(operation, flag, ids)) {
+            handled.push_back(reply.id);
+        }
+    } catch (const std::exception& error) {
+        failure = error.what();
+        m_say(failure);
+    }
+    std::sort(handled.begin(), handled.end());
+    return handled;
+}
+
+Names Transaction::Work::names_of(const std::vector<Wish>& wishes)
+{
+    Names names;
+    for (const Wish& wish : wishes) {
+        if (wish.is_configured) {
+            names.push_back(wish.name);
+        }
+    }
+    return names;
+}
+
+/// The requested services, each name once and in the order of the request.
+std::vector<Wish> Transaction::Work::resolve(const Ids& ids) const
+{
+    std::unordered_map<unsigned int, const Entry*> by_id;
+    for (const Entry& entry : m_machine.configuration().entries()) {
+        by_id.emplace(entry.id, &entry);
+    }
+    std::vector<Wish> wishes;
+    std::set<std::string> names;
+    std::set<unsigned int> unknown;
+    for (const unsigned int id : ids) {
+        const auto found = by_id.find(id);
+        if (found == by_id.end()) {
+            if (unknown.insert(id).second) {
+                wishes.push_back({id, false, ""});
+            }
+        } else if (names.insert(found->second->name).second) {
+            wishes.push_back({id, true, found->second->name});
+        }
+    }
+    return wishes;
+}
+
+/// Decides what a switching call does with a name. Outcome::done means that the module is to switch
+/// it: then its entries are in the state from which the operation starts, and it has a line.
+Verdict Transaction::Work::begin_switch(const std::string& name, bool on)
+{
+    const View view = m_machine.view_of(name);
+    const Line* const line = m_machine.line_of(name);
+    if (!view.is_configured) {
+        return {Outcome::not_handled, "not configured", "not configured any more"};
+    }
+    if (line == nullptr ? view.op == ignored : line->state == State::ignored) {
+        return {Outcome::not_handled, "ignored", "it is marked as ignored"};
+    }
+    if (line == nullptr && view.is_unlisted() && view.level != "off") {
+        return {Outcome::not_handled, "not listed", "chkconfig does not list it"};
+    }
+    if (line == nullptr && view.is_unlisted() && on) {
+        return switched_off_by_others;
+    }
+    const bool is_off_already =
+        line == nullptr ? view.is_unlisted()
+                        : view.is_off() || (view.is_unlisted() && line->state == State::off);
+    if (on ? line == nullptr && view.is_on() : is_off_already) {
+        return {Outcome::unchanged, "", on ? "already on" : "already off"};
+    }
+
+    const int start = on ? optimized : none;
+    if (line != nullptr && !view.is_off()) { // not listed, or on in part of its levels
+        const bool is_partly_on = view.is_on() && !on;
+        m_machine.set_entries(name, start,
+                              is_partly_on ? unite(line->levels, view.level) : line->levels);
+    }
+    for (const std::size_t position : m_machine.configuration().find(name)) {
+        const Entry& entry = m_machine.configuration().entries()[position];
+        if (entry.op == start && is_level(entry.level) && is_recordable(name)) {
+            const Line begun = {on ? State::switching_on : State::switching_off, entry.level,
+                                line == nullptr ? now() : line->since};
+            m_machine.set_line(name, &begun);
+            return done;
+        }
+    }
+    return {Outcome::not_handled, "state " + std::to_string(view.op),
+            "its entry in the configuration cannot be switched"};
+}
+
+/// Decides what became of a name that the module was to switch, and of its line. `first` is what
+/// the first listing showed, `before` the line after it.
+Verdict Transaction::Work::end_switch(const std::string& name, bool on, bool is_handled,
+                                      const Before& before)
+{
+    const View view = m_machine.view_of(name);
+    const Line* const line = m_machine.line_of(name);
+    if (on ? line == nullptr : view.is_off() && line != nullptr && line->state == State::off) {
+        return done;
+    }
+    if (view.is_unlisted() && before.view.is_unlisted()) {
+        // Neither listing shows it: the command's word counts. A restored service stays recorded
+        // until a listing shows it.
+        if (!is_handled) {
+            m_machine.set_line(name, before.line);
+            return {Outcome::not_handled, "command failed",
+                    "command failed; chkconfig does not list it"};
+        }
+        if (!on) {
+            const Line off = {State::off, line->levels, line->since};
+            m_machine.set_line(name, &off);
+        }
+        return done;
+    }
+    if (!view.is_on() && !view.is_off()) {
+        return {Outcome::not_handled, "not verified",
+                "not verified: the second listing does not show it"};
+    }
+    std::string message = is_handled ? "the command succeeded, but " : "command failed; ";
+    message += position_of(view, line == nullptr ? view.level : line->levels);
+    if (on && before.line != nullptr && before.line->levels == "on" && view.is_off()) {
+        message += "; if it is no service of xinetd any more, switch it on by hand: chkconfig " +
+                   name + " on";
+    }
+    return {Outcome::not_handled, !is_handled ? "command failed" : (on ? "still off" : "still on"),
+            message};
+}
+
+/// Decides what ignore_service does with a name; `done` means that the module is to mark it.
+Verdict Transaction::Work::judge_mark(const std::string& name, bool flag) const
+{
+    const View view = m_machine.view_of(name);
+    const Line* const line = m_machine.line_of(name);
+    const bool is_ignored = line != nullptr && line->state == State::ignored;
+    const std::vector<std::size_t>& positions = m_machine.configuration().find(name);
+    const bool is_on = std::any_of(positions.begin(), positions.end(), [this](std::size_t at) {
+        return m_machine.configuration().entries()[at].op == none;
+    });
+    if (!view.is_configured) {
+        return {Outcome::not_handled, "not configured", "not configured any more"};
+    }
+    if (is_ignored == flag && (is_ignored || is_on)) {
+        return {Outcome::unchanged, "", flag ? "already ignored" : "not ignored"};
+    }
+    if (is_ignored) {
+        return done;
+    }
+    if (line != nullptr && line->state != State::partly) {
+        return {Outcome::not_handled, "optimized", "it is switched off"};
+    }
+    if (is_on && is_recordable(name)) {
+        if (line != nullptr) {
+            m_say(name + " is on " + in_levels(view.level) + " and was on in " + line->levels +
+                  " before it was switched off: these run levels are forgotten");
+        }
+        return done;
+    }
+    if (view.is_unlisted()) {
+        return view.level == "off"
+                   ? switched_off_by_others
+                   : Verdict{Outcome::not_handled, "not listed", "chkconfig does not list it"};
+    }
+    return {Outcome::not_handled, "state " + std::to_string(view.op),
+            "its entry in the configuration cannot be marked"};
+}
+
+/// The ids of all entries of a name, each once.
+Ids Transaction::Work::ids_of(const std::string& name) const
+{
+    Ids ids;
+    for (const std::size_t position : m_machine.configuration().find(name)) {
+        const unsigned int id = m_machine.configuration().entries()[position].id;
+        if (std::find(ids.begin(), ids.end(), id) == ids.end()) {
+            ids.push_back(id);
+        }
+    }
+    return ids;
+}
+
+/// The ids of several names. The module takes the first entry of an id, which may be another
+/// service's: such an id is refused.
+Ids Transaction::Work::ids_of(const std::vector<std::string>& names) const
+{
+    const std::set<std::string> wanted(names.begin(), names.end());
+    std::unordered_map<unsigned int, const std::string*> owners;
+    for (const Entry& entry : m_machine.configuration().entries()) {
+        const std::string& owner = *owners.emplace(entry.id, &entry.name).first->second;
+        if (owner != entry.name && (wanted.count(owner) + wanted.count(entry.name)) != 0) {
+            throw CLiteXmlException(m_path, 0,
+                                    "'" + owner + "' and '" + entry.name + "' have the same id " +
+                                        std::to_string(entry.id));
+        }
+    }
+    Ids ids;
+    for (const std::string& name : names) {
+        const Ids own = ids_of(name);
+        ids.insert(ids.end(), own.begin(), own.end());
+    }
+    return ids;
+}
+
+/// One outcome for each entry of the requested names.
+std::vector<Outcome> Transaction::Work::outcomes(const std::vector<Wish>& wishes,
+                                                 const Verdicts& verdicts) const
+{
+    std::vector<Outcome> all;
+    for (const Wish& wish : wishes) {
+        const auto found = verdicts.find(wish.name);
+        const Verdict verdict =
+            wish.is_configured ? found->second
+                               : Verdict{Outcome::not_handled, "not configured", "not configured"};
+        Ids ids = wish.is_configured ? ids_of(wish.name) : Ids();
+        if (ids.empty()) {
+            ids.push_back(wish.id);
+        }
+        for (const unsigned int id : ids) {
+            all.push_back({id, wish.name, verdict.kind, verdict.reason, verdict.message});
+        }
+    }
+    return all;
+}
+
+Transaction::Transaction(const std::string& configuration, Call call, Say say)
+    : m_work(new Work(configuration, std::move(call), say))
+{
+}
+
+Transaction::~Transaction() = default;
+
+const std::vector<Entry>& Transaction::entries() const
+{
+    return m_work->machine().configuration().entries();
+}
+
+const Lines& Transaction::record() const
+{
+    return m_work->machine().lines();
+}
+
+std::vector<Service> Transaction::list()
+{
+    return m_work->list();
+}
+
+std::vector<Outcome> Transaction::switch_services(const Ids& ids, bool on)
+{
+    return m_work->switch_services(ids, on);
+}
+
+std::vector<Outcome> Transaction::ignore(const Ids& ids, bool flag)
+{
+    return m_work->ignore(ids, flag);
+}
+
+void Transaction::rehearse()
+{
+    m_work->m_is_rehearsal = true;
+}
+
+} // namespace transaction

@@ -1,0 +1,81 @@
+// Carries a call that lists, switches or ignores services to its end, so that nothing that was
+// switched off is ever forgotten.
+#pragma once
+
+#include "transaction/calls.h"
+#include "transaction/entry.h"
+#include "transaction/line.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace transaction
+{
+
+/// A service of a listing.
+struct Service {
+    Entry entry;
+    bool is_listed; ///< by chkconfig; if it is not, the record keeps it
+};
+
+/// What became of one requested service.
+struct Outcome {
+    enum Kind { done, unchanged, not_handled };
+
+    unsigned int id;
+    std::string name; ///< empty if it is not configured
+    Kind kind;
+    std::string reason;  ///< why it was not handled: a word or two for programs
+    std::string message; ///< the reason as a sentence for people
+};
+
+/// One call, from the lock to the verified result. Make one object per call.
+///
+/// The memory of what was switched off is the record, a file beside the configuration. It wins over
+/// the configuration, which every listing rewrites and which people edit and deploy. Before each
+/// listing the configuration is made to say what the record says; the listing then shows which of
+/// that is still true. What a command is about to do is recorded and flushed before it runs, and
+/// success is reported when a second listing shows it. Entries of one name are one service.
+///
+/// Usable on any thread, if the configuration is that of the working directory's module. Objects
+/// exclude one another, in other processes too, through the lock.
+///
+/// Every operation throws std::runtime_error or CLiteXmlException if it is refused: the
+/// configuration or the record cannot be read or written, or the machine cannot be listed. No
+/// command has run then, unless only the final writing of the record failed. The next call goes on
+/// from what is on the disk.
+class Transaction
+{
+public:
+    /// Waits for the lock, and reads the configuration and the record. Throws as the operations do.
+    Transaction(const std::string& configuration, Call call, Say say);
+    ~Transaction();
+
+    /// The configured services as they were read last, in the order of the file.
+    const std::vector<Entry>& entries() const;
+    /// What was switched off or ignored.
+    const Lines& record() const;
+
+    /// Lists the machine. Returns the services to show, in the order of the file: those that are on
+    /// or ignored, and those that are switched off.
+    std::vector<Service> list();
+
+    /// Switches services off, or back on. Returns one outcome for each entry of the requested
+    /// names, in the order of the request.
+    std::vector<Outcome> switch_services(const Ids& ids, bool on);
+
+    /// Marks services as ignored, or removes the mark.
+    std::vector<Outcome> ignore(const Ids& ids, bool flag);
+
+    /// From now on only foretells: stops before the module would be asked to change anything. For
+    /// a copy of the configuration and the record, because it still lists and settles.
+    void rehearse();
+
+private:
+    class Work;
+
+    std::unique_ptr<Work> m_work;
+};
+
+} // namespace transaction
