@@ -1,10 +1,9 @@
 #include "host/call.h"
 
-#include "fwbase/xml_document.h"
-
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <new>
-#include <stdexcept>
 
 namespace host
 {
@@ -13,6 +12,8 @@ namespace
 {
 
 constexpr std::uint32_t header_size = 4;
+constexpr std::array<unsigned, 4> service_fields = {rpc::T_UINT32, rpc::T_STRING, rpc::T_STRING,
+                                                    rpc::T_UINT32}; // id, name, description, state
 
 /// Decodes the reply in a block; null if it is not a valid reply.
 owned<fwbase::Message> decode(const fwbase::IDataBlock& block)
@@ -90,53 +91,27 @@ owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDa
     return reply ? decode(*reply) : nullptr;
 }
 
-std::vector<unsigned int> run_silently(const Call& call, rpc::IIfaceRealize& interface)
+void add_replies(const fwbase::Message& message, std::vector<transaction::Reply>& replies)
 {
-    std::vector<unsigned int> handled;
-    const auto on_item = [&handled](const fwbase::Message& item) { add_ids(item, handled); };
-    fwbase::take_last_xml_error(); // discard the error of an earlier call
-    ec::EC result = 0;
-    const owned<fwbase::Message> reply =
-        run_call(interface, *make_call_block(call), on_item, result);
-    if (!reply || !ec::succeeded(reply->code())) {
-        const std::string reason = fwbase::take_last_xml_error();
-        throw std::runtime_error(call.operation +
-                                 (reason.empty() ? " failed" : " failed: " + reason));
-    }
-    return handled;
-}
-
-void add_ids(const fwbase::Message& reply, std::vector<unsigned int>& ids)
-{
-    for (const owned<fwbase::Param>& param : reply.all()) {
+    for (const owned<fwbase::Param>& param : message.all()) {
         if (param->type() == rpc::T_UINT32_LIST) {
-            ids.insert(ids.end(), param->numbers().begin(), param->numbers().end());
+            for (const unsigned int id : param->numbers()) {
+                replies.push_back({id, "", 0});
+            }
+        } else if (param->type() == rpc::T_RECORD_LIST) {
+            for (const owned<fwbase::Params>& record : param->records()) {
+                const std::vector<owned<fwbase::Param>>& fields = record->all();
+                const auto is = [](const owned<fwbase::Param>& field, unsigned type) {
+                    return field->type() == type;
+                };
+                if (std::equal(fields.begin(), fields.end(), service_fields.begin(),
+                               service_fields.end(), is)) {
+                    replies.push_back({fields[0]->number(), fields[1]->text(),
+                                       static_cast<int>(fields[3]->number())});
+                }
+            }
         }
     }
-}
-
-std::vector<unsigned int> missing_ids(const std::vector<unsigned int>& requested,
-                                      const std::vector<unsigned int>& handled)
-{
-    std::vector<unsigned int> missing;
-    auto next = handled.begin();
-    for (const unsigned int id : requested) {
-        if (next != handled.end() && *next == id) {
-            ++next;
-        } else {
-            missing.push_back(id);
-        }
-    }
-    return missing;
-}
-
-std::string to_text(const std::vector<unsigned int>& ids)
-{
-    std::string text;
-    for (const unsigned int id : ids) {
-        text += " " + std::to_string(id);
-    }
-    return text;
 }
 
 } // namespace host

@@ -3,6 +3,7 @@
 
 #include "framework/rpc.h"
 #include "fwbase/message.h"
+#include "transaction/transaction.h"
 
 #include <functional>
 #include <optional>
@@ -35,18 +36,7 @@ owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDa
                                 const std::function<void(const fwbase::Message&)>& on_item,
                                 ec::EC& result);
 
-/// Runs a call and returns the ids that it handled. Throws std::runtime_error, whose text names the
-/// operation and the reason, if it fails.
-std::vector<unsigned int> run_silently(const Call& call, rpc::IIfaceRealize& interface);
-
-/// Appends the ids in the lists of a reply: those that the operation handled.
-void add_ids(const fwbase::Message& reply, std::vector<unsigned int>& ids);
-
-/// The requested ids that were not handled. `handled` is in the order of the request.
-std::vector<unsigned int> missing_ids(const std::vector<unsigned int>& requested,
-                                      const std::vector<unsigned int>& handled);
-
-/// For example " 1 2": every id after a blank.
-std::string to_text(const std::vector<unsigned int>& ids);
+/// Appends what a reply lists: services, or only the ids of services.
+void add_replies(const fwbase::Message& message, std::vector<transaction::Reply>& replies);
 
 } // namespace host

@@ -1,18 +1,18 @@
 #include "host/call_runner.h"
 
+#include "framework/xml.h"
 #include "fwbase/xml_document.h"
-#include "host/configuration_lock.h"
-#include "host/journal.h"
+#include "host/configuration_path.h"
 #include "host/options.h"
-#include "host/recovery.h"
+#include "host/rehearsal.h"
 #include "host/search_path.h"
-#include "host/service_changes.h"
+#include "host/service_names.h"
 #include "host/signals.h"
 #include "host/standard_streams.h"
 #include "host/working_folder.h"
 
 #include <algorithm>
-#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 
@@ -22,92 +22,27 @@ namespace host
 namespace
 {
 
-constexpr const char* no_chkconfig = "no chkconfig on the search path";
+using transaction::Outcome;
+
+constexpr ec::EC rehearsed = 0x80000000; // the code of a call that was only foretold
 constexpr const char* no_service_listed = "none of the configured services is on: they are off or "
                                           "not installed, or chkconfig cannot list "
                                           "them; see chkconfig --list";
 
-/// An operation that writes.
-struct Effects {
-    std::string_view operation;
-    bool uses_chkconfig;
-    bool switches; ///< services on the machine
+/// A call was not made, or not to its end, for a reason that is not the lock's or the record's.
+struct Refused : std::runtime_error {
+    using std::runtime_error::runtime_error;
 };
 
-constexpr Effects all_effects[] = {{"ls_service", true, false},
-                                   {"optimize_service", true, true},
-                                   {"restore_service", true, true},
-                                   {"ignore_service", false, false},
-                                   {"set_optimize_sorce", false, false}};
-
-/// Null for an operation that only reads.
-const Effects* effects_of(const Call& call)
+bool switches(const Call& call)
 {
-    const auto* const found =
-        std::find_if(std::begin(all_effects), std::end(all_effects),
-                     [&call](const Effects& each) { return each.operation == call.operation; });
-    return found == std::end(all_effects) ? nullptr : found;
+    return call.operation == "optimize_service" || call.operation == "restore_service";
 }
 
-/// Holds the lock, ignores signals and keeps the journal while a call that writes is made.
-class Transaction
+/// Whether a call needs a transaction.
+bool changes_services(const Call& call)
 {
-public:
-    /// Waits for the lock and completes an interrupted call. Throws std::runtime_error if no call
-    /// must be made.
-    Transaction(const std::string& subject, rpc::IIfaceRealize& interface) : m_lock(subject)
-    {
-        if (const std::optional<Call> interrupted = m_journal.read()) {
-            complete(*interrupted, subject, interface);
-        }
-        m_journal.clear();
-    }
-
-    /// Begins the journal of a call that switches services. Throws std::runtime_error.
-    void begin(const Call& call) const { m_journal.write(call); }
-
-    /// After a final reply that is a success.
-    void end() const { m_journal.clear(); }
-
-private:
-    void complete(const Call& interrupted, const std::string& subject,
-                  rpc::IIfaceRealize& interface) const
-    {
-        try {
-            if (!is_on_search_path("chkconfig")) {
-                throw std::runtime_error(no_chkconfig);
-            }
-            const std::string done = host::complete(interrupted, interface);
-            if (!done.empty()) {
-                complain(subject + done);
-            }
-        } catch (const std::exception& error) {
-            throw std::runtime_error("cannot complete the interrupted " + interrupted.operation +
-                                     to_text(*interrupted.arguments.ids) + ": " + error.what() +
-                                     "; to give up, remove " + m_lock.path());
-        }
-    }
-
-    ConfigurationLock m_lock;
-    IgnoredSignals m_ignored_signals;
-    Journal m_journal{m_lock};
-};
-
-/// Why an operation failed.
-std::string failure_of(const Call& call)
-{
-    std::string reason = fwbase::take_last_xml_error();
-    std::string missing = missing_configuration();
-    if (!missing.empty()) {
-        return missing;
-    }
-    if (!reason.empty()) {
-        return reason;
-    }
-    // Without an error of the XML library these fail in one way only.
-    const std::string_view verb = std::string_view(call.operation).substr(0, 4);
-    return verb == "get_" || verb == "set_" ? "the configuration lacks the element"
-                                            : "failed; the module gave no reason";
+    return switches(call) || call.operation == "ignore_service";
 }
 
 Operations operations_of(const rpc::IIfaceRealize& interface)
@@ -117,170 +52,233 @@ Operations operations_of(const rpc::IIfaceRealize& interface)
     return all;
 }
 
-bool is_known(const std::string& operation, const rpc::IIfaceRealize& interface)
+/// Why the module's operation failed.
+std::string failure_of(const std::string& operation)
 {
-    const Operations all = operations_of(interface);
+    const std::string missing = missing_configuration();
+    const std::string reason = missing.empty() ? fwbase::take_last_xml_error() : missing;
+    if (!reason.empty()) {
+        return reason;
+    }
+    // Without an error of the XML library these fail in one way only.
+    const std::string_view verb = std::string_view(operation).substr(0, 4);
+    return verb == "get_" || verb == "set_" ? "the configuration lacks the element"
+                                            : "failed; the module gave no reason";
+}
+
+/// The ids of the requested services.
+transaction::Ids ids_of(const Call& call, const transaction::Transaction& transaction)
+{
+    if (call.services.empty()) {
+        return *call.arguments.ids;
+    }
+    try {
+        return find_ids(call.services, transaction);
+    } catch (const std::runtime_error& error) {
+        throw Refused(error.what());
+    }
+}
+
+/// The requested ids that were not handled, each after a blank. The replies are in the order of the
+/// request.
+std::string missing_ids(const transaction::Ids& requested,
+                        const std::vector<transaction::Reply>& replies)
+{
+    std::string missing;
+    auto next = replies.begin();
+    for (const unsigned int id : requested) {
+        if (next != replies.end() && next->id == id) {
+            ++next;
+        } else {
+            missing += " " + std::to_string(id);
+        }
+    }
+    return missing;
+}
+
+std::string label(const Outcome& outcome)
+{
+    const std::string id = std::to_string(outcome.id);
+    return outcome.name.empty() ? "id " + id : outcome.name + " (" + id + ")";
+}
+
+} // namespace
+
+struct CallRunner::Answer {
+    owned<fwbase::Message> reply; ///< the final one
+    ec::EC result = 0;
+    std::vector<transaction::Service> services = {};
+    std::vector<Outcome> outcomes = {};
+    std::vector<transaction::Reply> items = {}; ///< of a call without a transaction
+    bool has_candidates = true;                 ///< services are configured
+    std::string error = {};                     ///< why the operation failed
+};
+
+ExitStatus CallRunner::run(const std::vector<std::string>& words, const std::string& origin)
+{
+    if (!is_known(words.front())) {
+        throw UsageError((words.front().empty() ? "''" : words.front()) +
+                         ": no such operation; see optimize_host --help");
+    }
+    const Call call = to_call(words);
+    if (m_is_rehearsal && call.operation == "set_optimize_sorce") {
+        throw UsageError("set_optimize_sorce: cannot be combined with --dry-run");
+    }
+    if (call.operation == "attributes") {
+        m_printer.attributes(*m_interface.iatt());
+        return success;
+    }
+    if (call.operation == "operations") {
+        m_printer.operations(operations_of(m_interface));
+        return success;
+    }
+    const std::string subject = origin + call.operation + ": ";
+    const auto refuse = [&](const std::exception& error, ExitStatus status) {
+        complain(subject + error.what());
+        m_printer.refused(error.what());
+        return status;
+    };
+    try {
+        return print(call, make(call, subject), subject);
+    } catch (const Refused& error) {
+        return refuse(error, operation_failed);
+    } catch (const CLiteXmlException& error) {
+        return refuse(error, operation_failed);
+    } catch (const std::runtime_error& error) {
+        return refuse(error, no_reply);
+    }
+}
+
+bool CallRunner::is_known(const std::string& operation) const
+{
+    const Operations all = operations_of(m_interface);
     return operation == "attributes" || operation == "operations" ||
            std::any_of(all.begin(), all.end(),
                        [&operation](const auto* each) { return each->name == operation; });
 }
 
-/// The configured services. None if the file cannot be read: the module reports that.
-std::vector<Entry> try_read_configuration()
+/// Makes a call. Nothing is locked and no signal is ignored any more when it returns.
+CallRunner::Answer CallRunner::make(const Call& call, const std::string& subject)
 {
-    try {
-        return read_configuration();
-    } catch (const std::exception&) {
-        return {};
+    const bool is_transaction = call.operation == "ls_service" || changes_services(call);
+    const bool sets = call.operation == "set_optimize_sorce";
+    const std::string missing = is_transaction || sets ? missing_configuration() : "";
+    if (!missing.empty()) {
+        throw Refused(missing);
     }
+    const transaction::Say say = [&subject](const std::string& text) { complain(subject + text); };
+    if (is_transaction) {
+        return transact(call, say);
+    }
+    std::optional<transaction::Lock> lock;
+    std::optional<IgnoredSignals> ignored_signals;
+    if (sets) {
+        lock.emplace(configuration_path, say);
+        ignored_signals.emplace();
+    }
+    Answer answer;
+    make_call(call, answer, answer.items);
+    return answer;
 }
 
-/// Replaces names by ids. Before it switches off services by name it lists, because nobody has to
-/// have seen a listing to know a name: the run levels must be recorded. A listing while xinetd is
-/// off would forget which of its services were switched off, so restoring and ignoring do without
-/// it, and so does this once xinetd itself was switched off. Throws ConfigurationError.
-void resolve_names(Call& call, rpc::IIfaceRealize& interface)
+/// Lists, switches or ignores services.
+CallRunner::Answer CallRunner::transact(const Call& call, const transaction::Say& say)
 {
-    try {
-        const std::vector<Entry> entries = read_configuration();
-        call.arguments.ids = find_ids(call.services, entries);
-        const bool is_xinetd_off =
-            std::any_of(entries.begin(), entries.end(), [](const Entry& entry) {
-                return entry.name == "xinetd" && entry.op == optimized;
-            });
-        if (call.operation == "optimize_service" && !is_xinetd_off) {
-            run_silently({"ls_service", {}}, interface);
+    if (!is_on_search_path("chkconfig")) {
+        throw std::runtime_error("no chkconfig on the search path");
+    }
+    std::optional<Rehearsal> rehearsal;
+    if (m_is_rehearsal) {
+        rehearsal.emplace(say);
+    }
+    Answer answer;
+    const auto make_part = [&](const std::string& operation, bool flag,
+                               const transaction::Ids& ids) {
+        Call part{operation, {}};
+        if (operation == "ignore_service") {
+            part.arguments.flag = flag;
         }
-    } catch (const std::exception& error) {
-        throw ConfigurationError(error.what());
-    }
-}
-
-/// Begins a call that writes; returns null for another one. Throws std::runtime_error if the call
-/// must not be made.
-std::unique_ptr<Transaction> begin(Call& call, const std::string& subject,
-                                   rpc::IIfaceRealize& interface)
-{
-    const Effects* const effects = effects_of(call);
-    if (effects == nullptr) {
-        return nullptr;
-    }
-    if (effects->uses_chkconfig && !is_on_search_path("chkconfig")) {
-        throw std::runtime_error(no_chkconfig);
-    }
-    auto transaction = std::make_unique<Transaction>(subject, interface);
-    if (!call.services.empty()) {
-        resolve_names(call, interface);
-    }
-    if (effects->switches) {
-        transaction->begin(call);
-    }
-    return transaction;
-}
-
-/// Tells people why a call failed, or which services were not handled, one per line.
-ExitStatus conclude(const Ending& ending, const std::string& subject)
-{
-    if (ending.reply == nullptr) {
-        complain(subject + "no reply");
-        return no_reply;
-    }
-    if (!ending.error.empty()) {
-        complain(subject + ending.error);
-        return operation_failed;
-    }
-    const auto label = [](const Unhandled& each) {
-        const std::string id = std::to_string(each.id);
-        return each.name.empty() ? "id " + id : each.name + " (" + id + ")";
-    };
-    for (const Unhandled& each : ending.unchanged) {
-        complain(subject + label(each) + " is " + each.reason);
-    }
-    for (const Unhandled& each : ending.not_handled) {
-        std::string text = subject + label(each) + " not handled: " + each.reason;
-        if (each.reason == command_failed) {
-            text += ", perhaps halfway; see chkconfig --list " + each.name;
+        if (operation != "ls_service") {
+            part.arguments.ids = ids;
         }
-        complain(text);
+        std::vector<transaction::Reply> replies;
+        Answer other; // of a listing within the call
+        Answer& own = operation == call.operation ? answer : other;
+        make_call(part, own, replies);
+        if (!own.reply) {
+            throw std::runtime_error(operation + ": no reply");
+        }
+        if (!own.error.empty()) {
+            throw Refused(own.error);
+        }
+        return replies;
+    };
+    transaction::Transaction transaction(configuration_path, make_part, say);
+    const IgnoredSignals ignored_signals;
+    answer.has_candidates = !transaction.entries().empty();
+    if (call.operation == "ls_service") {
+        answer.services = transaction.list();
+        return answer;
     }
-    return ending.not_handled.empty() ? success : operation_failed;
+    if (rehearsal) {
+        transaction.rehearse();
+        static const transaction::Ids none;
+        answer.reply.reset(new fwbase::Message(rehearsed));
+        answer.reply->params()->add(
+            fwbase::Param::make(rpc::T_UINT32_LIST, &none, false).release());
+        answer.result = rehearsed;
+    }
+    const transaction::Ids ids = ids_of(call, transaction);
+    answer.outcomes = switches(call)
+                          ? transaction.switch_services(ids, call.operation == "restore_service")
+                          : transaction.ignore(ids, call.arguments.flag.value_or(false));
+    return answer;
 }
 
-} // namespace
-
-ExitStatus run(const std::vector<std::string>& words, const std::string& origin,
-               rpc::IIfaceRealize& interface, Printer& printer)
+/// Makes one call of the module and keeps its end in `answer`.
+void CallRunner::make_call(const Call& call, Answer& answer,
+                           std::vector<transaction::Reply>& replies)
 {
-    if (!is_known(words.front(), interface)) {
-        throw UsageError((words.front().empty() ? "''" : words.front()) +
-                         ": no such operation; see optimize_host --help");
-    }
-    Call call = to_call(words);
-    if (call.operation == "attributes") {
-        printer.attributes(*interface.iatt());
-        return success;
-    }
-    if (call.operation == "operations") {
-        printer.operations(operations_of(interface));
-        return success;
-    }
-
-    const std::string subject = origin + call.operation + ": ";
-    const auto refuse = [&](const std::exception& error, ExitStatus status) {
-        complain(subject + error.what());
-        printer.refused(error.what());
-        return status;
-    };
-    std::unique_ptr<Transaction> transaction;
-    try {
-        transaction = begin(call, subject, interface);
-    } catch (const ConfigurationError& error) {
-        return refuse(error, operation_failed);
-    } catch (const std::runtime_error& error) {
-        return refuse(error, no_reply);
-    }
-    const Change* const change = change_of(call);
-    std::vector<Entry> entries;
-    if (change != nullptr || call.operation == "ls_service") {
-        entries = try_read_configuration();
-        printer.begin(names_of(entries, change));
-    }
-
-    std::vector<unsigned int> handled;
-    std::size_t items = 0;
-    const auto on_item = [&](const fwbase::Message& item) {
-        ++items;
-        add_ids(item, handled);
-        printer.item(item);
-    };
     fwbase::take_last_xml_error(); // discard the error of an earlier call
-    Ending ending;
-    const owned<fwbase::Message> reply =
-        run_call(interface, *make_call_block(call), on_item, ending.result);
-    const bool succeeded = reply && ec::succeeded(reply->code());
-    if (succeeded && transaction) {
-        transaction->end();
+    answer.reply = run_call(
+        m_interface, *make_call_block(call),
+        [&replies](const fwbase::Message& item) { add_replies(item, replies); }, answer.result);
+    if (answer.reply && !ec::succeeded(answer.reply->code())) {
+        answer.error = failure_of(call.operation);
     }
-    transaction.reset();
+}
 
-    ending.reply = reply.get();
-    std::vector<unsigned int> missing;
-    if (succeeded && call.arguments.ids) {
-        missing = missing_ids(*call.arguments.ids, handled);
+/// Prints the answer, and tells people why the call failed, or which services were not handled, one
+/// per line.
+ExitStatus CallRunner::print(const Call& call, const Answer& answer, const std::string& subject)
+{
+    m_printer.services(answer.services);
+    m_printer.end({answer.result, answer.reply.get(), answer.outcomes, answer.error});
+    ExitStatus status = success;
+    if (!answer.reply) {
+        complain(subject + "no reply");
+        status = no_reply;
+    } else if (!answer.error.empty()) {
+        if (!changes_services(call)) { // the transaction has said it
+            complain(subject + answer.error);
+        }
+        status = operation_failed;
     }
-    if (change != nullptr) {
-        explain(missing, entries, *change, ending);
+    for (const Outcome& each : answer.outcomes) {
+        if (each.kind == Outcome::unchanged) {
+            complain(subject + label(each) + " is " + each.message);
+        } else if (each.kind == Outcome::not_handled) {
+            complain(subject + label(each) + " not handled: " + each.message);
+            status = std::max(status, operation_failed);
+        }
     }
-    if (reply && !succeeded) {
-        ending.error = failure_of(call);
+    if (status == success && call.operation == "ls_service" && answer.services.empty()) {
+        complain(subject +
+                 (answer.has_candidates ? no_service_listed : "no service is configured"));
     }
-    printer.end(ending);
-    const ExitStatus status = conclude(ending, subject);
-    if (change == nullptr && !missing.empty()) {
-        complain(subject + "not handled:" + to_text(missing));
-    }
-    if (succeeded && call.operation == "ls_service" && items == 0) {
-        complain(subject + (entries.empty() ? "no service is configured" : no_service_listed));
+    if (status == success && !changes_services(call) && call.arguments.ids &&
+        answer.items.size() < call.arguments.ids->size()) {
+        complain(subject + "not handled:" + missing_ids(*call.arguments.ids, answer.items));
     }
     return status;
 }

@@ -34,12 +34,12 @@ bool read_line(std::FILE* in, std::string& line)
 
 /// Runs the call in a line or on the command line, and prints why it is not one.
 template <class GetWords>
-ExitStatus run_call(GetWords get_words, const std::string& origin, rpc::IIfaceRealize& interface,
+ExitStatus run_call(GetWords get_words, const std::string& origin, host::CallRunner& runner,
                     host::Printer& printer)
 {
     try {
         const std::vector<std::string> words = get_words();
-        return words.empty() ? host::success : host::run(words, origin, interface, printer);
+        return words.empty() ? host::success : runner.run(words, origin);
     } catch (const UsageError& error) {
         complain(origin + error.what());
         printer.refused(error.what());
@@ -49,15 +49,15 @@ ExitStatus run_call(GetWords get_words, const std::string& origin, rpc::IIfaceRe
 
 /// Runs the call on each line and returns the highest status. The answers to a call are written
 /// before the next call is read.
-ExitStatus run_lines(std::FILE* in, std::FILE* out, rpc::IIfaceRealize& interface,
+ExitStatus run_lines(std::FILE* in, std::FILE* out, host::CallRunner& runner,
                      host::Printer& printer)
 {
     ExitStatus worst = host::success;
     std::string line;
     for (int number = 1; read_line(in, line); ++number) {
         const std::string origin = host::input_name + (":" + std::to_string(number)) + ": ";
-        worst = std::max(
-            worst, run_call([&line] { return host::split(line); }, origin, interface, printer));
+        worst = std::max(worst,
+                         run_call([&line] { return host::split(line); }, origin, runner, printer));
         host::require_written(out);
     }
     if (std::ferror(in) != 0) {
@@ -82,10 +82,10 @@ ExitStatus run(const Options& options)
         printer->refused(error.what());
         throw;
     }
+    host::CallRunner runner(module.interface(), *printer, options.is_rehearsal);
     const ExitStatus status =
-        from_input
-            ? run_lines(in.get(), out.get(), module.interface(), *printer)
-            : run_call([&options] { return options.words; }, "", module.interface(), *printer);
+        from_input ? run_lines(in.get(), out.get(), runner, *printer)
+                   : run_call([&options] { return options.words; }, "", runner, *printer);
     host::require_written(out.get());
     return status;
 }

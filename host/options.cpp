@@ -35,6 +35,7 @@ A SERVICE is a name or an id of ls_service.
   -C, --directory DIR    work in DIR, instead of here or )" INSTALLED_DIRECTORY R"(
   -m, --module FILE      load FILE instead of the installed module
   -j, --json             print one JSON object per line
+  -n, --dry-run          only say which services would be changed
   -h, --help  -V, --version   print this help, or the version
 
 Examples: optimize_host optimize_service cups rsync
@@ -80,7 +81,7 @@ std::string refusal_of(const std::string& word)
     if (optopt == 0) {
         return word + ": no such option";
     }
-    if (std::strchr("CmjhV", optopt) != nullptr) {
+    if (std::strchr("CmjnhV", optopt) != nullptr) {
         // optopt is a known letter, so its long option was given an argument it does not take.
         return word + ": takes no argument";
     }
@@ -94,6 +95,7 @@ Options parse_options(int argc, char** argv)
     static const option long_options[] = {{"directory", required_argument, nullptr, 'C'},
                                           {"module", required_argument, nullptr, 'm'},
                                           {"json", no_argument, nullptr, 'j'},
+                                          {"dry-run", no_argument, nullptr, 'n'},
                                           {"help", no_argument, nullptr, 'h'},
                                           {"version", no_argument, nullptr, 'V'},
                                           {nullptr, 0, nullptr, 0}};
@@ -101,7 +103,7 @@ Options parse_options(int argc, char** argv)
     options.module = installed_module();
     opterr = 0;
     for (int letter = 0;
-         (letter = getopt_long(argc, argv, ":C:m:jhV", long_options, nullptr)) != -1;) {
+         (letter = getopt_long(argc, argv, ":C:m:jnhV", long_options, nullptr)) != -1;) {
         switch (letter) {
         case 'C':
             options.directory = optarg;
@@ -111,6 +113,9 @@ Options parse_options(int argc, char** argv)
             break;
         case 'j':
             options.json = true;
+            break;
+        case 'n':
+            options.is_rehearsal = true;
             break;
         case 'h':
             options.task = Options::Task::help;

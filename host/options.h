@@ -22,6 +22,7 @@ struct Options {
     std::string module;                   ///< file to load
     std::optional<std::string> directory; ///< to work in
     bool json = false;
+    bool is_rehearsal = false;      ///< only say what would be changed
     std::vector<std::string> words; ///< the operation and its arguments
 };
 

@@ -1,7 +1,6 @@
 #include "host/printer.h"
 
 #include "fwbase/text.h"
-#include "host/configuration.h"
 #include "host/standard_streams.h"
 #include "host/text.h"
 
@@ -15,33 +14,11 @@ namespace host
 namespace
 {
 
+using transaction::Outcome, transaction::Service;
+
 bool is(const owned<fwbase::Param>& param, unsigned type)
 {
     return param->type() == type;
-}
-
-/// One listed service; texts are UTF-8.
-struct ServiceRow {
-    rpc::int32 id;
-    std::string name;
-    std::string desc;
-    rpc::int32 op;
-};
-
-/// The services in a T_RECORD_LIST parameter. Records with other fields are skipped.
-std::vector<ServiceRow> service_rows(const fwbase::Param& param)
-{
-    constexpr std::array<unsigned, 4> fields = {rpc::T_UINT32, rpc::T_STRING, rpc::T_STRING,
-                                                rpc::T_UINT32};
-    std::vector<ServiceRow> rows;
-    for (const owned<fwbase::Params>& record : param.records()) {
-        const std::vector<owned<fwbase::Param>>& all = record->all();
-        if (std::equal(all.begin(), all.end(), fields.begin(), fields.end(), is)) {
-            rows.push_back({all[0]->number(), all[1]->text(), fwbase::gbk_to_utf8(all[2]->text()),
-                            all[3]->number()});
-        }
-    }
-    return rows;
 }
 
 /// Terminal colours, as numbers of an SGR sequence.
@@ -54,6 +31,7 @@ constexpr const char* good = "32";
 constexpr const char* noticed = "33";
 } // namespace style
 
+constexpr std::array<const char*, 4> state_names = {"none", "optimized", "ignored", "unavailable"};
 constexpr std::array<const char*, state_names.size()> state_colors = {style::plain, style::good,
                                                                       style::noticed, style::bad};
 
@@ -95,27 +73,39 @@ public:
         }
     }
 
-    void begin(const Names& names) override
+    void services(const std::vector<Service>& list) override
     {
-        m_names = names;
-        m_width = 20;
-        for (const auto& [id, name] : names) {
-            m_width = std::max(m_width, display_width(fwbase::printable(name)));
+        std::size_t width = 20; // of the column of names
+        for (const Service& each : list) {
+            width = std::max(width, display_width(fwbase::printable(each.entry.name)));
         }
-    }
-
-    void item(const fwbase::Message& reply) override
-    {
-        outputs(reply);
-        m_out.flush();
+        heading(!list.empty(), right("ID") + "  " + left("NAME", width) + "  " + left("STATE", 11) +
+                                   "  DESCRIPTION");
+        for (const Service& each : list) {
+            line(right(std::to_string(each.entry.id)) + "  " +
+                 left(fwbase::printable(each.entry.name), width) + "  " + state(each.entry.op) +
+                 "  " + fwbase::printable(each.entry.desc));
+        }
     }
 
     void end(const Ending& ending) override
     {
+        const auto is_done = [](const Outcome& each) { return each.kind == Outcome::done; };
+        heading(std::any_of(ending.outcomes.begin(), ending.outcomes.end(), is_done),
+                right("ID") + "  NAME");
+        for (const Outcome& each : ending.outcomes) {
+            if (is_done(each)) {
+                line(right(std::to_string(each.id)) + "  " + fwbase::printable(each.name));
+            }
+        }
         std::string status = m_messages.painted(style::bad, "no reply") + " (result " +
                              hexadecimal(ending.result) + ")";
         if (ending.reply != nullptr) {
-            outputs(*ending.reply);
+            for (const owned<fwbase::Param>& param : ending.reply->all()) {
+                if (is(param, rpc::T_UINT32)) {
+                    line(std::to_string(param->number()));
+                }
+            }
             const ec::EC code = ending.reply->code();
             status = (ec::succeeded(code) ? m_messages.painted(style::good, "success")
                                           : m_messages.painted(style::bad, "failure")) +
@@ -124,54 +114,28 @@ public:
         m_out.flush();
         m_messages.print(status);
         m_messages.flush();
-        m_has_heading = false;
-        begin({});
     }
 
     void refused(const std::string&) override {}
 
 private:
-    void outputs(const fwbase::Message& reply)
-    {
-        for (const owned<fwbase::Param>& param : reply.all()) {
-            if (is(param, rpc::T_UINT32)) {
-                line(std::to_string(param->number()));
-            } else if (is(param, rpc::T_UINT32_LIST)) {
-                for (const unsigned int id : param->numbers()) {
-                    const auto name = m_names.find(id);
-                    heading(right("ID") + (m_names.empty() ? "" : "  NAME"));
-                    line(right(std::to_string(id)) +
-                         (name == m_names.end() ? "" : "  " + fwbase::printable(name->second)));
-                }
-            } else if (is(param, rpc::T_RECORD_LIST)) {
-                for (const ServiceRow& row : service_rows(*param)) {
-                    heading(right("ID") + "  " + left("NAME", m_width) + "  " + left("STATE", 11) +
-                            "  DESCRIPTION");
-                    line(right(std::to_string(row.id)) + "  " +
-                         left(fwbase::printable(row.name), m_width) + "  " + state(row.op) + "  " +
-                         fwbase::printable(row.desc));
-                }
-            }
-        }
-    }
-
     void line(const std::string& text) const { m_out.print(text); }
 
-    /// Prints the heading before the first row of a call.
-    void heading(const std::string& text)
+    void heading(bool has_rows, const std::string& text) const
     {
-        if (!m_has_heading) {
-            m_has_heading = true;
+        if (has_rows) {
             line(m_out.painted(style::heading, text));
         }
     }
 
     /// For example "0 none", padded to the width of the column.
-    std::string state(rpc::int32 op) const
+    std::string state(int op) const
     {
-        const bool known = op < state_names.size();
-        return m_out.painted(known ? state_colors[op] : style::plain,
-                             left(std::to_string(op) + " " + (known ? state_names[op] : ""), 11));
+        const auto known = static_cast<std::size_t>(op); // not if it is negative or too large
+        const bool is_known = known < state_names.size();
+        return m_out.painted(
+            is_known ? state_colors[known] : style::plain,
+            left(std::to_string(op) + " " + (is_known ? state_names[known] : ""), 11));
     }
 
     static std::string left(std::string text, std::size_t width)
@@ -186,9 +150,6 @@ private:
 
     Lines m_out;
     Lines m_messages;
-    Names m_names;
-    std::size_t m_width = 20; ///< of the column of names
-    bool m_has_heading = false;
 };
 
 class JsonPrinter final : public Printer
@@ -215,30 +176,48 @@ public:
         line({{"reply", "final"}});
     }
 
-    void begin(const Names& names) override { m_names = names; }
-
-    void item(const fwbase::Message& reply) override
+    void services(const std::vector<Service>& list) override
     {
-        line(with_outputs({{"reply", "item"}}, reply));
+        for (const Service& each : list) {
+            Json service = {{"id", each.entry.id},
+                            {"name", each.entry.name},
+                            {"desc", each.entry.desc},
+                            {"op", each.entry.op}};
+            if (!each.is_listed) {
+                service["listed"] = false;
+            }
+            line({{"reply", "item"}, {"code", done_code}, {"services", Json::array({service})}});
+        }
     }
 
     void end(const Ending& ending) override
     {
+        for (const Outcome& each : ending.outcomes) {
+            if (each.kind == Outcome::done) {
+                line({{"reply", "item"},
+                      {"code", done_code},
+                      {"ids", {each.id}},
+                      {"names", {each.name}}});
+            }
+        }
         const std::string result = hexadecimal(ending.result);
         if (ending.reply == nullptr) {
             line({{"reply", "none"}, {"result", result}});
             return;
         }
         Json object = with_outputs({{"reply", "final"}, {"result", result}}, *ending.reply);
-        for (const Unhandled& each : ending.not_handled) {
-            Json service = {{"id", each.id}, {"reason", each.reason}};
+        for (const Outcome& each : ending.outcomes) {
+            Json service = {{"id", each.id}};
             if (!each.name.empty()) {
-                service = {{"id", each.id}, {"name", each.name}, {"reason", each.reason}};
+                service["name"] = each.name;
             }
-            object["not_handled"].push_back(service);
-        }
-        for (const Unhandled& each : ending.unchanged) {
-            object["unchanged"].push_back({{"id", each.id}, {"name", each.name}});
+            if (each.kind == Outcome::not_handled) {
+                service["reason"] = each.reason;
+                service["message"] = each.message;
+                object["not_handled"].push_back(service);
+            } else if (each.kind == Outcome::unchanged) {
+                object["unchanged"].push_back(service);
+            }
         }
         if (!ending.error.empty()) {
             object["error"] = ending.error;
@@ -252,7 +231,7 @@ public:
     }
 
 private:
-    Json with_outputs(Json object, const fwbase::Message& reply) const
+    static Json with_outputs(Json object, const fwbase::Message& reply)
     {
         object["code"] = hexadecimal(reply.code());
         for (const owned<fwbase::Param>& param : reply.all()) {
@@ -260,17 +239,8 @@ private:
                 object["value"] = param->number();
             } else if (is(param, rpc::T_UINT32_LIST)) {
                 object["ids"] = param->numbers();
-                for (const unsigned int id : param->numbers()) {
-                    if (const auto name = m_names.find(id); name != m_names.end()) {
-                        object["names"].push_back(name->second);
-                    }
-                }
             } else if (is(param, rpc::T_RECORD_LIST)) {
                 object["services"] = Json::array();
-                for (const ServiceRow& row : service_rows(*param)) {
-                    object["services"].push_back(
-                        {{"id", row.id}, {"name", row.name}, {"desc", row.desc}, {"op", row.op}});
-                }
             }
         }
         return object;
@@ -283,8 +253,9 @@ private:
         std::fflush(m_out);
     }
 
+    static constexpr const char* done_code = "0x80000000";
+
     std::FILE* m_out;
-    Names m_names;
 };
 
 } // namespace

@@ -1,11 +1,11 @@
-// Prints replies as they arrive, as a table or as JSON.
+// Prints answers as a table or as JSON.
 #pragma once
 
 #include "framework/rpc.h"
 #include "fwbase/message.h"
+#include "transaction/transaction.h"
 
 #include <cstdio>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,23 +15,13 @@ namespace host
 
 using Operations = ex_std::vector<const rpc::IIfaceRealize::FAtt*>;
 
-/// Names of services by id, in UTF-8.
-using Names = std::map<unsigned int, std::string>;
-
-/// A requested service that was not handled.
-struct Unhandled {
-    unsigned int id;
-    std::string name; ///< empty if it is not configured
-    std::string reason;
-};
-
 /// The end of a call.
 struct Ending {
-    ec::EC result = 0;                       ///< code of call_func
-    const fwbase::Message* reply = nullptr;  ///< the final one, borrowed; null without
-    std::vector<Unhandled> not_handled = {}; ///< for a reason that is a failure
-    std::vector<Unhandled> unchanged = {};   ///< in the requested state already
-    std::string error = {};                  ///< why the operation failed; empty if it did not
+    ec::EC result = 0;                      ///< code of call_func
+    const fwbase::Message* reply = nullptr; ///< the final one, borrowed; null without
+    /// Of a call that changes services, what became of each.
+    std::vector<transaction::Outcome> outcomes = {};
+    std::string error = {}; ///< why the operation failed; empty if it did not
 };
 
 class Printer
@@ -41,10 +31,8 @@ public:
 
     virtual void attributes(const rpc::IIfaceRealize::IAtt& attributes) = 0;
     virtual void operations(const Operations& list) = 0;
-    /// The names of the configured services, for the replies that follow until `end`.
-    virtual void begin(const Names& names) = 0;
-    /// A reply sent before the final one.
-    virtual void item(const fwbase::Message& reply) = 0;
+    virtual void services(const std::vector<transaction::Service>& list) = 0;
+    /// Prints the services that were handled, and how the call ended.
     virtual void end(const Ending& ending) = 0;
     /// A call that was not made.
     virtual void refused(const std::string& reason) = 0;

@@ -1,6 +1,6 @@
 #include "host/working_folder.h"
 
-#include "host/configuration.h"
+#include "host/configuration_path.h"
 #include "host/options.h"
 #include "host/standard_streams.h"
 

@@ -1,8 +1,11 @@
 // Names, answers, folders and completion of the program, with stand-ins for the commands.
+#include "host/printer.h"
 #include "host/text.h"
 #include "tests/workspace.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <numeric>
 #include <unistd.h>
 
 namespace
@@ -14,13 +17,16 @@ class CommandLineTest : public Workspace
 protected:
     CommandLineTest()
     {
-        write("failing", "bad off\n");
-        std::string listing = "打印 0:off\n";
+        install_machine();
+        shell("rm etc/xinetd.d/*; mv bin/chkconfig bin/real; cd etc/xinetd.d; "
+              "printf 'disable = no\n' | tee in.talkd 'c\x7F\xC2\x9B'");
+        write("bin/chkconfig", "#!/bin/sh\n[ \"$3\" != bad ] || exit 1\nexec real \"$@\"\n");
+        shell("chmod +x bin/chkconfig");
+        std::string services = "打印\t-\nxinetd\t345\n";
         for (const std::string name : {"cups", "on", "bad", "idle", "a-service-with-a-long-name"}) {
-            listing += name + " 0:off 1:off 2:on 3:on 4:off 5:off 6:off\n";
+            services += name + "\t23\n";
         }
-        write("listing",
-              listing + "\nxinetd based services:\n\tin.talkd: on\n\tc\x7F\xC2\x9B: on\n");
+        write("etc/runlevels", services);
         write_conf(R"xml(<info id="1" name="cups" op="3"/><info id="2" name="cups" op="3"/>
             <!-- <info id="6" name="no" op="1"/> --><info id="7" name="打印" op="1" level="35"/>
             <info id="8" name="no" op="1"/><info id="8" name="yes" op="0" level="3"/>
@@ -48,7 +54,8 @@ protected:
 
 TEST_F(CommandLineTest, TakesNamesAndSaysWhatWasNotHandled)
 {
-    const std::string no_list = ": >listing; ", bad = "chkconfig --level 23 bad off\n";
+    const std::string no_list = ": >etc/runlevels; rm etc/xinetd.d/*; ";
+    const std::string bad = "chkconfig --level 23 bad off\n";
     const struct {
         std::string before, call;
         int status;
@@ -56,24 +63,26 @@ TEST_F(CommandLineTest, TakesNamesAndSaysWhatWasNotHandled)
         std::string commands;
     } table[] = {
         {"", "optimize_service nosuch cups", 1, "no service 'nosuch' is", "optimize_host ls_s", ""},
-        {"", "ignore_service off 8", 0, R"("unchanged":[{"id":8,"name":"yes"}])", "not ignored",
+        {"", "ignore_service off 8", 1, R"("reply":"none")", "'no' and 'yes' have the same id 8",
          ""},
         {"", "ignore_service on yes", 1, "", "'yes' and 'no' have the same id 8", ""},
-        {"", "ignore_service on on", 0, R"("ids":[13],"names":["on"]})", "", ""}, // does not list
-        {"grep -q '\"03\"' config/*/*.xml && ", "optimize_service idle 9 9 bad", 1,
-         R"([{"id":11,"name":"idle","reason":"ignored"},{"id":9,"name":"gone","reason":)"
-         R"("unavailable"},{"id":10,"name":"bad","reason":"command failed"}]})",
-         "bad (10) not handled: command failed, perhaps halfway; see chkconfig --list bad\n", bad},
+        {"", "ignore_service on on 99", 1, R"("ids":[13],"names":["on"]})", "", ""},
+        {"", "optimize_service idle 9 9 bad", 1,
+         R"([{"id":11,"name":"idle","reason":"ignored","message":"it is marked as ignored"},)"
+         R"({"id":9,"name":"gone","reason":"not listed","message":"chkconfig does not list it"},)"
+         R"({"id":10,"name":"bad","reason":"command failed","message":"command failed; it is )",
+         "bad (10) not handled: command failed; it is still on in run levels 23\n", bad},
         {"", "optimize_service in.talkd", 0, R"("ids":[14],"names":["in.talkd"]})", "", ""},
-        {"", "optimize_service 2 cups", 0, R"("ids":[1],"names":["cups"]})", "", // lists
+        {"", "optimize_service 2 cups", 0, R"("ids":[2],"names":["cups"]})", "",
          "chkconfig --level 23 cups off\nchkconfig --level 23 cups off\n"},
         {"", "restore_service '\x7F\xC2\x80\xC2\x9Fx'", 1, "", "no service '???x' is", ""},
-        {no_list, "restore_service cups 打印 99", 1, R"([{"id":99,"reason":"not configured"}])",
-         "id 99 not handled: not configured\n",
+        {no_list, "restore_service cups 打印 99", 1, R"({"id":99,"reason":"not configured")",
+         "打印 (7) not handled: command failed; chkconfig does not list it\n",
          "chkconfig --level 23 cups on\nchkconfig --level 23 cups on\n"
          "chkconfig --level 35 打印 on\n"},
-        {no_list, "optimize_service 10", 1, "", "", bad}, // does not list, either
-        {no_list, "ls_service", 0, "\"services\":[]", "none of the configured services is on", ""},
+        {no_list, "ls_service", 0, R"("op":1,"listed":false}])", "does not list them: cups", ""},
+        {"rm config/*/*.record; sed -i 's/op=.1./op=\"0\"/g' config/*/*.xml; ", "ls_service", 0,
+         "\"services\":[]", "none of the configured services is on", ""},
         {"", "optimize_reg cups", 2, "'cups' is not a number", "usage: optimize_reg ID", ""}};
     for (const auto& row : table) {
         SCOPED_TRACE(row.call);
@@ -139,20 +148,20 @@ TEST_F(CommandLineTest, LocksOnlyBesideAConfiguration)
     const std::pair<std::string, const char*> table[] = {
         {"root:x:0:0\n", "/other:1: cannot parse: "},
         {"<x><kavra_conf/></x>", "/other: not a configuration: the root element is not kavra_conf"},
-        {read("good"), "/other.lock: not a journal"}};
+        {read("good"), ""}};
     for (const auto& [text, error] : table) {
         SCOPED_TRACE(error);
         write("other", text);
         for (const std::string call :
              {"ls_service", "set_optimize_sorce 7", "optimize_service 1"}) {
-            EXPECT_EQ(shell(HOST " --json " + call), text == read("good") ? 3 : 1);
-            EXPECT_THAT(read("output"), HasSubstr(R"({"reply":"none","error":")"));
+            EXPECT_EQ(shell(HOST " --json " + call), *error == '\0' ? 0 : 1);
+            EXPECT_THAT(read("output"), HasSubstr(*error == '\0' ? "" : R"("none","error":")"));
             EXPECT_THAT(read("errors"), HasSubstr(error));
         }
         EXPECT_EQ(read("other.lock"), "4711 another program");
     }
     EXPECT_EQ(shell("rm other*; " HOST " set_optimize_sorce 7"), 1);
-    EXPECT_THAT(read("errors"), HasSubstr("conf.xml: No such file or directory"));
+    EXPECT_THAT(read("errors"), HasSubstr("conf.xml: cannot open: No such file or directory"));
     EXPECT_EQ(access("other.lock", F_OK), -1);
 }
 
@@ -173,6 +182,24 @@ TEST_F(CommandLineTest, AlignsColumnsAndCompletes)
               0);
     EXPECT_EQ(read("output"), "打印 7 ") << read("errors");
     EXPECT_EQ(access("bin/ran", F_OK), -1); // completing runs nothing
+}
+
+TEST_F(CommandLineTest, PrintsAnyBytes)
+{
+    std::string bytes(256, '\0');
+    std::iota(bytes.begin(), bytes.end(), '\1'); // NUL is the last
+    for (const bool json : {true, false}) {
+        char* text = nullptr;
+        std::size_t size = 0;
+        std::FILE* const out = open_memstream(&text, &size);
+        (json ? host::json_printer(out) : host::table_printer(out, out))
+            ->services({{{1, bytes, bytes, 0, "", false}, true}});
+        std::fclose(out);
+        EXPECT_EQ(std::count_if(text, text + size, [](char c) { return c >= 0 && c < ' '; }),
+                  json ? 1 : 2); // ends of lines
+        EXPECT_EQ(nlohmann::json::accept(text), json) << text;
+        std::free(text);
+    }
 }
 
 } // namespace

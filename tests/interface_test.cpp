@@ -1,13 +1,10 @@
 // The interface object: from call block to reply block, and what remains when the framework fails.
 #include "framework/xml.h"
 #include "host/module.h"
-#include "host/printer.h"
 #include "rpc/system_option_s.h"
 #include "tests/fake_framework.h"
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
-#include <numeric>
 
 namespace
 {
@@ -484,26 +481,6 @@ TEST_F(InterfaceTest, TheInstalledModuleMeetsTheFrameworkOfItsProgram)
     EXPECT_EQ(::call(module.interface(), "get_optimize_num"), "failure");
     EXPECT_EQ(fake::xml_faults.failed, "another"); // newXmlDocument
     EXPECT_EQ(::call(module.interface(), "get_optimize_num"), "3 success");
-}
-
-TEST_F(InterfaceTest, PrintsAnyBytes)
-{
-    std::string bytes(256, '\0');
-    std::iota(bytes.begin(), bytes.end(), '\1'); // NUL is the last
-    Items items = {{1, new std::string(bytes), new std::string(bytes), 0}};
-    ReplyRecorder command;
-    m_interface.ret_ls_service(&command, success, items);
-    for (const bool json : {true, false}) {
-        char* text = nullptr;
-        std::size_t size = 0;
-        std::FILE* const out = open_memstream(&text, &size);
-        (json ? host::json_printer(out) : host::table_printer(out, out))->item(*command.last);
-        std::fclose(out);
-        EXPECT_EQ(std::count_if(text, text + size, [](char c) { return c >= 0 && c < ' '; }),
-                  json ? 1 : 2); // ends of lines
-        EXPECT_EQ(nlohmann::json::accept(text), json) << text;
-        std::free(text);
-    }
 }
 
 } // namespace

@@ -1,0 +1,10 @@
+// Where the module finds its configuration.
+#pragma once
+
+namespace host
+{
+
+/// Relative to the working directory.
+constexpr const char* configuration_path = "./config/system_operation/conf.xml";
+
+} // namespace host

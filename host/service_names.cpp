@@ -1,0 +1,58 @@
+#include "host/service_names.h"
+
+#include "host/options.h"
+
+#include <stdexcept>
+#include <unordered_map>
+
+namespace host
+{
+
+namespace
+{
+
+/// Why a name cannot be used.
+std::string refusal_of(const std::string& name, const transaction::Lines& record)
+{
+    const auto line = record.find(name);
+    if (line == record.end() || line->second.state == transaction::State::ignored) {
+        return "no service '" + name + "' is configured; see optimize_host ls_service";
+    }
+    return name + ": not configured; it was on in " + line->second.levels +
+           ": add it to the configuration, then restore_service " + name;
+}
+
+} // namespace
+
+std::vector<unsigned int> find_ids(const std::vector<std::string>& services,
+                                   const transaction::Transaction& transaction)
+{
+    std::unordered_map<std::string, std::vector<unsigned int>> ids_of;
+    std::unordered_map<unsigned int, const std::string*> owners; // the first name of an id
+    for (const transaction::Entry& entry : transaction.entries()) {
+        ids_of[entry.name].push_back(entry.id);
+        owners.emplace(entry.id, &entry.name);
+    }
+    std::vector<unsigned int> ids;
+    for (const std::string& service : services) {
+        if (is_id(service)) {
+            ids.push_back(to_number(service));
+            continue;
+        }
+        const auto found = ids_of.find(service);
+        if (found == ids_of.end()) {
+            throw std::runtime_error(refusal_of(service, transaction.record()));
+        }
+        for (const unsigned int id : found->second) {
+            if (*owners[id] != service) {
+                throw std::runtime_error("'" + service + "' and '" + *owners[id] +
+                                         "' have the same id " + std::to_string(id) +
+                                         " in the configuration");
+            }
+            ids.push_back(id);
+        }
+    }
+    return ids;
+}
+
+} // namespace host
