@@ -1,24 +1,30 @@
 // A minimal host: loads the installed module, lists the services of this machine, and switches one.
 //
 //     embed              prints the id, the name and the state of each service
-//     embed off|on ID    then switches one off, or back on
+//     embed off|on ID    switches one off, or back on
 //
 // Run it in a folder that holds config/system_operation/conf.xml.
-#include "transaction.h"
-
 #include <framework/owned.h>
+#include <framework/rpc.h>
 #include <rpc/entry.h>
+#include <transaction/transaction.h>
 
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <new>
+#include <stdexcept>
 #include <vector>
 
 namespace
 {
+
+using transaction::Ids;
+using Replies = std::vector<transaction::Reply>;
+using Records = std::vector<rpc::IParams*>;
 
 /// Takes an object from a function that returns null on failure.
 template <class T>
@@ -37,10 +43,7 @@ const Value& next_value(rpc::IParams& params)
     return *static_cast<const Value*>(made(param).value());
 }
 
-using Ids = std::vector<unsigned int>;
-using Records = std::vector<rpc::IParams*>;
-
-/// Makes calls and prints the services or ids that they reply with.
+/// Makes one call of the module and keeps its replies.
 class Caller final : public rpc::ICommand
 {
 public:
@@ -49,12 +52,18 @@ public:
     {
     }
 
-    /// Calls an operation, with ids unless that is null. Throws if the operation fails.
-    void call(const char* operation, const Ids* ids)
+    Replies call(const std::string& operation, bool flag, const Ids& ids)
     {
-        const owned<rpc::IRequest> request(&made(m_factory.new_request(operation)));
-        if (ids != nullptr) {
-            request->params()->add(&made(m_factory.new_param(rpc::T_UINT32_LIST, ids, 0)));
+        const owned<rpc::IRequest> request(&made(m_factory.new_request(operation.c_str())));
+        const auto add = [&](unsigned type, const void* value) {
+            request->params()->add(&made(m_factory.new_param(type, value, 0)));
+        };
+        const unsigned char byte = flag ? 1 : 0;
+        if (operation == "ignore_service") {
+            add(rpc::T_BOOL, &byte);
+        }
+        if (operation != "ls_service") {
+            add(rpc::T_UINT32_LIST, &ids);
         }
         const std::uint32_t size = request->size();
         fwbase::IDataBlock* in = nullptr;
@@ -63,14 +72,16 @@ public:
         std::memset(in->buffer(), 0, 4); // the header, without an extension
         request->write(in->buffer() + 4, size);
 
+        m_replies.clear();
         fwbase::IDataBlock* out = nullptr;
         m_module.call_func(in, out, this);
         if (out == nullptr || !ec::succeeded(reply(0, out))) {
-            throw std::runtime_error(operation + std::string(" has failed"));
+            throw std::runtime_error(operation + " has failed");
         }
+        return m_replies;
     }
 
-    /// Prints a reply. Returns a failure if it has no list: then the operation failed.
+    /// Keeps a reply. Returns a failure if it has no list: then the operation failed.
     ec::EC reply(ec::EC, fwbase::IDataBlock* block) override
     {
         const owned<fwbase::IDataBlock> owner(block);
@@ -84,28 +95,27 @@ public:
         }
         if (list->type() == rpc::T_UINT32_LIST) {
             for (const unsigned int id : **static_cast<const Ids* const*>(list->value())) {
-                std::printf("switched %u\n", id);
-                ++switched;
+                m_replies.push_back({id, "", 0});
             }
         } else {
             for (auto* const record : **static_cast<const Records* const*>(list->value())) {
                 const auto id = next_value<rpc::int32>(*record);
                 const std::string& name = *next_value<const std::string*>(*record);
                 next_value<const std::string*>(*record); // the description, in GBK
-                std::printf("%u %s %u\n", id, name.c_str(), next_value<rpc::int32>(*record));
+                m_replies.push_back({id, name, static_cast<int>(next_value<rpc::int32>(*record))});
             }
         }
         return 0x80000000;
     }
 
-    int switched = 0;
-
 private:
     rpc::IIfaceRealize& m_module;
     rpc::IMsgFactory& m_factory;
+    Replies m_replies;
 };
 
-void run(const std::string& direction, unsigned int id)
+/// Returns false if the service was not switched.
+bool run(const std::string& direction, unsigned int id)
 {
     void* const library = dlopen(MODULE, RTLD_NOW); // stays loaded until the program ends
     const auto entry = reinterpret_cast<decltype(rpc_ireal_Optimize_Option)*>(
@@ -122,22 +132,29 @@ void run(const std::string& direction, unsigned int id)
     }
     const owned<rpc::IRpcService> rpc(static_cast<rpc::IRpcService*>(service));
     Caller caller(*module, *rpc->msg_factory());
-    Transaction transaction;
-    caller.call("ls_service", nullptr);
-    if (!direction.empty()) {
-        const char* const operation = direction == "off" ? "optimize_service" : "restore_service";
-        const Ids ids(1, id);
-        transaction.write_journal(operation, id);
-        caller.call(operation, &ids);
-        transaction.clear_journal();
-        if (caller.switched == 0) {
-            throw std::runtime_error("not switched: not configured, in another state, or its "
-                                     "command failed");
+    transaction::Transaction transaction(
+        "./config/system_operation/conf.xml",
+        [&caller](const std::string& operation, bool flag, const Ids& ids) {
+            return caller.call(operation, flag, ids);
+        },
+        [](const std::string& message) { std::fprintf(stderr, "embed: %s\n", message.c_str()); });
+    bool is_done = true;
+    if (direction.empty()) {
+        for (const transaction::Service& each : transaction.list()) {
+            std::printf("%u %s %d\n", each.entry.id, each.entry.name.c_str(), each.entry.op);
+        }
+    } else {
+        for (const transaction::Outcome& each :
+             transaction.switch_services(Ids(1, id), direction == "on")) {
+            std::printf("%u %s %s\n", each.id, each.name.c_str(),
+                        each.kind == each.done ? "switched" : each.message.c_str());
+            is_done = is_done && each.kind != each.not_handled;
         }
     }
     if (std::fflush(stdout) != 0) {
-        throw std::system_error(errno, std::generic_category(), "standard output");
+        throw std::runtime_error("cannot write to standard output");
     }
+    return is_done;
 }
 
 } // namespace
@@ -154,11 +171,12 @@ int main(int count, char** arguments)
         std::fputs("usage: embed [off|on ID]\n", stderr);
         return 2;
     }
+    unsetenv("LANGUAGE");          // would have chkconfig print translated words
+    std::signal(SIGCHLD, SIG_DFL); // the module needs the status of its commands
     try {
-        run(direction, static_cast<unsigned int>(id));
+        return run(direction, static_cast<unsigned int>(id)) ? 0 : 1;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "embed: %s\n", error.what());
         return 1;
     }
-    return 0;
 }
