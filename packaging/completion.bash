@@ -27,7 +27,7 @@ _optimize_host()
     for ((at = 1; at < COMP_CWORD; at++)); do
         option=${COMP_WORDS[at]}
         case $option in
-            -m | -jm | --module | -C | -jC | --directory)
+            -m | -[jn]m | --module | -C | -[jn]C | --directory)
                 ((at++))
                 [[ ${COMP_WORDS[at]} != = ]] || ((at++)) # bash splits words at =
                 [[ $option != *[Cy] ]] || folder=${COMP_WORDS[at]}
@@ -47,7 +47,7 @@ _optimize_host()
     [[ $option != = ]] || option=${COMP_WORDS[COMP_CWORD - 2]}
     [[ $word != = ]] || option=${COMP_WORDS[COMP_CWORD - 1]}
     case $option in
-        -m | -jm | --module | -C | -jC | --directory)
+        -m | -[jn]m | --module | -C | -[jn]C | --directory)
             compopt -o filenames
             local kind=-f
             [[ $option != *[Cy] ]] || kind=-d
@@ -72,7 +72,7 @@ _optimize_host()
             [[ $operation == ignore_service ]] || state=''
             ;;
     esac
-    [[ $word != -* ]] || words='--directory --module --json --help --version'
+    [[ $word != -* ]] || words='--directory --module --json --dry-run --help --version'
     if [[ -n $state && $word != -* ]]; then
         local candidate file=config/system_operation/conf.xml
         folder=${folder//[\"\'\\]/}
