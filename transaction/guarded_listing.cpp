@@ -71,12 +71,13 @@ void GuardedListing::set_entries(const std::string& name, int op, const std::str
     }
 }
 
-void GuardedListing::begin(const Names& switched)
+void GuardedListing::begin(const Names& switched, const Names& named)
 {
     take_over();
     list(switched, true);
-    settle(switched, true);
+    settle(named, true);
     save();
+    tell_unlisted(named);
 }
 
 void GuardedListing::verify(const Names& switched)
@@ -91,21 +92,6 @@ void GuardedListing::save()
 {
     m_configuration.save();
     m_record.write(m_lines);
-}
-
-void GuardedListing::tell_unlisted(const Names& names) const
-{
-    std::string kept;
-    for (const std::string& name : names) {
-        const Line* const known = line_of(name);
-        if (known != nullptr && known->state != State::ignored &&
-            known->state != State::switching_on && view_of(name).is_unlisted()) {
-            kept += " " + name;
-        }
-    }
-    if (!kept.empty()) {
-        m_say("kept as optimized although chkconfig does not list them:" + kept);
-    }
 }
 
 /// Records what only the configuration knows: the record may be lost, or another host has switched.
@@ -163,9 +149,9 @@ void GuardedListing::list(const Names& switched, bool is_first)
 }
 
 /// Brings lines and entries in line with what the listing showed.
-void GuardedListing::settle(const Names& switched, bool is_first)
+void GuardedListing::settle(const Names& named, bool is_first)
 {
-    const std::set<std::string> requested(switched.begin(), switched.end());
+    const std::set<std::string> requested(named.begin(), named.end());
     for (auto next = m_lines.begin(); next != m_lines.end();) {
         const auto current = next++;
         const std::string& name = current->first;
@@ -183,7 +169,7 @@ void GuardedListing::settle(const Names& switched, bool is_first)
             if ((is_first || !is_requested) && line.state == State::off &&
                 seen.level != line.levels) {
                 m_say(name + " was switched on by somebody else: it is on " +
-                      in_levels(seen.level) + ", before it was switched off " +
+                      in_levels(seen.level) + "; before it was switched off it was on " +
                       in_levels(line.levels));
             }
             m_lines.erase(current);
@@ -210,6 +196,21 @@ void GuardedListing::settle(const Names& switched, bool is_first)
                                        line.state == State::switching_on ? unavailable : optimized);
             }
         }
+    }
+}
+
+void GuardedListing::tell_unlisted(const Names& named) const
+{
+    const std::set<std::string> wanted(named.begin(), named.end());
+    std::string kept;
+    for (const auto& [name, line] : m_lines) {
+        if ((wanted.empty() || wanted.count(name) != 0) && line.state != State::ignored &&
+            line.state != State::switching_on && view_of(name).is_unlisted()) {
+            kept += " " + name;
+        }
+    }
+    if (!kept.empty()) {
+        m_say("kept as optimized although chkconfig does not list them:" + kept);
     }
 }
 

@@ -38,15 +38,14 @@ public:
     /// Waits for the lock, and reads the configuration and the record.
     GuardedListing(const std::string& configuration, Call call, Say say);
 
-    /// The first listing of a call, settled and recorded. `switched` are the services that the call
-    /// switches, if it does.
-    void begin(const Names& switched);
+    /// The first listing of a call, settled and recorded. `named` are the services that the call
+    /// names, `switched` those of them that it is to switch. Says which services are kept as
+    /// switched off although they are not listed: those that the call names, or all.
+    void begin(const Names& switched, const Names& named);
     /// The listing after the commands of a call: settled, but not recorded yet.
     void verify(const Names& switched);
     /// Saves the configuration and then the record, as far as they were changed.
     void save();
-    /// Names those of the services that are kept as switched off although they are not listed.
-    void tell_unlisted(const Names& names) const;
 
     Configuration& configuration() { return m_configuration; }
     const Configuration& configuration() const { return m_configuration; }
@@ -63,7 +62,8 @@ public:
 private:
     void take_over();
     void list(const Names& switched, bool is_first);
-    void settle(const Names& switched, bool is_first);
+    void settle(const Names& named, bool is_first);
+    void tell_unlisted(const Names& named) const;
 
     Lock m_lock;
     Call m_call;

@@ -46,7 +46,8 @@ void require_configuration(const Place& place)
     }
     const owned<IXmlNode> root(document->root());
     if (!owned<IXmlNode>(root->selectSingleNode("/kavra_conf"))) {
-        throw CLiteXmlException(place.path, 0, "not a configuration: the root element is not kavra_conf");
+        throw CLiteXmlException(place.path, 0,
+                                "not a configuration: the root element is not kavra_conf");
     }
 }
 

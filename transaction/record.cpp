@@ -28,18 +28,22 @@ bool is_time(const std::string& text)
            });
 }
 
-/// Adds a line of the file. Returns false if it is none, or the second of its name.
-bool add(const std::string& text, Lines& lines)
+/// Adds a line of the file. Returns what is wrong with it, or null.
+const char* add(const std::string& text, Lines& lines)
 {
     std::istringstream fields(text);
     std::string name;
     std::string state;
     Line line;
     fields >> name >> state >> line.levels >> line.since;
-    return text == name + ' ' + state + ' ' + line.levels + ' ' + line.since &&
-           is_recordable(name) && from_word(state, line.state) && is_time(line.since) &&
-           (line.state == State::ignored ? line.levels == "-" : is_level(line.levels)) &&
-           lines.emplace(name, line).second;
+    const bool is_valid =
+        text == name + ' ' + state + ' ' + line.levels + ' ' + line.since && is_recordable(name) &&
+        from_word(state, line.state) && is_time(line.since) &&
+        (line.state == State::ignored ? line.levels == "-" : is_level(line.levels));
+    if (!is_valid) {
+        return "not a valid line";
+    }
+    return lines.emplace(name, line).second ? nullptr : "a second line of the same name";
 }
 
 } // namespace
@@ -55,9 +59,9 @@ Lines Record::read()
     std::istringstream text(m_text);
     std::string line;
     for (int number = 1; std::getline(text, line); ++number) {
-        if (line.rfind('#', 0) != 0 && !add(line, lines)) {
-            throw std::runtime_error(m_path + ":" + std::to_string(number) +
-                                     ": not a valid line, or a second one of the same name");
+        const char* const fault = line.rfind('#', 0) == 0 ? nullptr : add(line, lines);
+        if (fault != nullptr) {
+            throw std::runtime_error(m_path + ":" + std::to_string(number) + ": " + fault);
         }
     }
     return lines;

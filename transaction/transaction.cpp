@@ -74,7 +74,7 @@ private:
     std::vector<Wish> resolve(const Ids& ids) const;
     static Names names_of(const std::vector<Wish>& wishes);
     Verdict begin_switch(const std::string& name, bool on);
-    Verdict end_switch(const std::string& name, bool on, bool is_handled, const Before& before);
+    Verdict end_switch(const std::string& name, bool on, const Ids& handled, const Before& before);
     Verdict judge_mark(const std::string& name, bool flag) const;
     Ids call(const char* operation, bool flag, const Ids& ids, std::string& failure) const;
     Ids ids_of(const std::string& name) const;
@@ -89,12 +89,7 @@ private:
 
 std::vector<Service> Transaction::Work::list()
 {
-    m_machine.begin({});
-    Names recorded;
-    for (const auto& line : m_machine.lines()) {
-        recorded.push_back(line.first);
-    }
-    m_machine.tell_unlisted(recorded);
+    m_machine.begin({}, {});
     std::vector<Service> services;
     for (const Entry& entry : m_machine.configuration().entries()) {
         if (entry.op != unavailable) {
@@ -110,8 +105,7 @@ std::vector<Outcome> Transaction::Work::switch_services(const Ids& ids, bool on)
 {
     const std::vector<Wish> wishes = resolve(ids);
     const Names names = names_of(wishes);
-    m_machine.begin(names);
-    m_machine.tell_unlisted(names);
+    m_machine.begin(names, names);
 
     const Lines before = m_machine.lines();
     Verdicts verdicts;
@@ -137,21 +131,16 @@ std::vector<Outcome> Transaction::Work::switch_services(const Ids& ids, bool on)
         call(on ? "restore_service" : "optimize_service", false, switched_ids, failure);
     try {
         m_machine.verify(names);
-    } catch (const std::exception& error) {
+        for (const auto& [name, as_listed] : first) {
+            verdicts[name] = end_switch(name, on, handled, as_listed);
+        }
+        m_machine.save();
+    } catch (const std::exception& error) { // the next call settles what has happened
         for (const std::string& name : switched) {
             verdicts[name] = {Outcome::not_handled, "not verified",
                               std::string("not verified: ") + error.what()};
         }
-        return outcomes(wishes, verdicts);
     }
-    for (const auto& [name, as_listed] : first) {
-        const bool is_handled =
-            std::all_of(as_listed.ids.begin(), as_listed.ids.end(), [&handled](unsigned int id) {
-                return std::binary_search(handled.begin(), handled.end(), id);
-            });
-        verdicts[name] = end_switch(name, on, is_handled, as_listed);
-    }
-    m_machine.save();
     return outcomes(wishes, verdicts);
 }
 
@@ -159,8 +148,7 @@ std::vector<Outcome> Transaction::Work::ignore(const Ids& ids, bool flag)
 {
     const std::vector<Wish> wishes = resolve(ids);
     const Names names = names_of(wishes);
-    m_machine.begin({});
-    m_machine.tell_unlisted(names);
+    m_machine.begin({}, names);
 
     const Lines before = m_machine.lines();
     Verdicts verdicts;
@@ -301,11 +289,15 @@ Verdict Transaction::Work::begin_switch(const std::string& name, bool on)
 
 /// Decides what became of a name that the module was to switch, and of its line. `first` is what
 /// the first listing showed, `before` the line after it.
-Verdict Transaction::Work::end_switch(const std::string& name, bool on, bool is_handled,
+Verdict Transaction::Work::end_switch(const std::string& name, bool on, const Ids& handled,
                                       const Before& before)
 {
     const View view = m_machine.view_of(name);
     const Line* const line = m_machine.line_of(name);
+    const bool is_handled =
+        std::all_of(before.ids.begin(), before.ids.end(), [&handled](unsigned int id) {
+            return std::binary_search(handled.begin(), handled.end(), id);
+        });
     if (on ? line == nullptr : view.is_off() && line != nullptr && line->state == State::off) {
         return done;
     }
@@ -325,12 +317,14 @@ Verdict Transaction::Work::end_switch(const std::string& name, bool on, bool is_
     }
     if (!view.is_on() && !view.is_off()) {
         return {Outcome::not_handled, "not verified",
-                "not verified: the second listing does not show it"};
+                view.is_configured ? "not verified: chkconfig does not list it any more"
+                                   : "not verified: it is not configured any more"};
     }
     std::string message = is_handled ? "the command succeeded, but " : "command failed; ";
     message += position_of(view, line == nullptr ? view.level : line->levels);
     if (on && before.line != nullptr && before.line->levels == "on" && view.is_off()) {
-        message += "; if it is no service of xinetd any more, switch it on by hand: chkconfig " +
+        message += "; if it is no service of xinetd any more, switch it on by hand: chkconfig "
+                   "--level LEVELS " +
                    name + " on";
     }
     return {Outcome::not_handled, !is_handled ? "command failed" : (on ? "still off" : "still on"),
@@ -356,7 +350,7 @@ Verdict Transaction::Work::judge_mark(const std::string& name, bool flag) const
     if (is_ignored) {
         return done;
     }
-    if (line != nullptr && line->state != State::partly) {
+    if (line != nullptr && line->state != State::partly && line->state != State::switching_on) {
         return {Outcome::not_handled, "optimized", "it is switched off"};
     }
     if (is_on && is_recordable(name)) {
