@@ -24,7 +24,9 @@ namespace
 
 using transaction::Outcome;
 
-constexpr ec::EC rehearsed = 0x80000000; // the code of a call that was only foretold
+// The codes of a call that was only foretold: what the module answers to a success.
+constexpr ec::EC rehearsed_result = 0x840C0000;
+constexpr ec::EC rehearsed_code = 0x80000000;
 constexpr const char* no_service_listed = "none of the configured services is on: they are off or "
                                           "not installed, or chkconfig cannot list "
                                           "them; see chkconfig --list";
@@ -112,6 +114,7 @@ struct CallRunner::Answer {
     std::vector<transaction::Reply> items = {}; ///< of a call without a transaction
     bool has_candidates = true;                 ///< services are configured
     std::string error = {};                     ///< why the operation failed
+    bool is_rehearsal = false;
 };
 
 ExitStatus CallRunner::run(const std::vector<std::string>& words, const std::string& origin)
@@ -223,10 +226,11 @@ CallRunner::Answer CallRunner::transact(const Call& call, const transaction::Say
     if (rehearsal) {
         transaction.rehearse();
         static const transaction::Ids none;
-        answer.reply.reset(new fwbase::Message(rehearsed));
+        answer.reply.reset(new fwbase::Message(rehearsed_code));
         answer.reply->params()->add(
             fwbase::Param::make(rpc::T_UINT32_LIST, &none, false).release());
-        answer.result = rehearsed;
+        answer.result = rehearsed_result;
+        answer.is_rehearsal = true;
     }
     const transaction::Ids ids = ids_of(call, transaction);
     answer.outcomes = switches(call)
@@ -253,7 +257,11 @@ void CallRunner::make_call(const Call& call, Answer& answer,
 ExitStatus CallRunner::print(const Call& call, const Answer& answer, const std::string& subject)
 {
     m_printer.services(answer.services);
-    m_printer.end({answer.result, answer.reply.get(), answer.outcomes, answer.error});
+    m_printer.end(
+        {answer.result, answer.reply.get(), answer.outcomes, answer.error, answer.is_rehearsal});
+    if (answer.is_rehearsal) {
+        complain(subject + "a dry run: nothing was changed");
+    }
     ExitStatus status = success;
     if (!answer.reply) {
         complain(subject + "no reply");
@@ -272,7 +280,9 @@ ExitStatus CallRunner::print(const Call& call, const Answer& answer, const std::
             status = std::max(status, operation_failed);
         }
     }
-    if (status == success && call.operation == "ls_service" && answer.services.empty()) {
+    const auto is_listed = [](const transaction::Service& each) { return each.is_listed; };
+    if (status == success && call.operation == "ls_service" &&
+        std::none_of(answer.services.begin(), answer.services.end(), is_listed)) {
         complain(subject +
                  (answer.has_candidates ? no_service_listed : "no service is configured"));
     }

@@ -222,6 +222,9 @@ public:
         if (!ending.error.empty()) {
             object["error"] = ending.error;
         }
+        if (ending.is_rehearsal) {
+            object["dry_run"] = true;
+        }
         line(object);
     }
 

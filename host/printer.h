@@ -22,6 +22,7 @@ struct Ending {
     /// Of a call that changes services, what became of each.
     std::vector<transaction::Outcome> outcomes = {};
     std::string error = {}; ///< why the operation failed; empty if it did not
+    bool is_rehearsal = false;
 };
 
 class Printer
