@@ -4,6 +4,7 @@
 #include "framework/xml.h"
 #include "transaction/private_file.h"
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
@@ -20,7 +21,8 @@ namespace transaction
 namespace
 {
 
-constexpr int lowest_number = 100; // shell scripts use the low descriptors
+// Shell scripts use the low descriptors. The second is for processes that may have few.
+constexpr int lowest_numbers[] = {100, 10};
 
 /// Follows the links of the configuration's path. Throws CLiteXmlException.
 fs::path find(const std::string& configuration)
@@ -33,7 +35,8 @@ fs::path find(const std::string& configuration)
     return path;
 }
 
-/// Throws CLiteXmlException unless the file is a configuration.
+/// Throws CLiteXmlException unless the file is a configuration. Reads it through the open folder:
+/// by its path, another file could be read than the one beside which the lock file is created.
 void require_configuration(const Place& place)
 {
     const std::string name = fs::path(place.path).filename().string();
@@ -41,8 +44,12 @@ void require_configuration(const Place& place)
     const owned<IXmlDocument> document(newXmlDocument());
     try {
         document->load(opened.c_str());
-    } catch (const CLiteXmlException&) {
-        document->load(place.path.c_str()); // for the name in the message, and without /proc
+    } catch (const CLiteXmlException& error) {
+        std::string reason = error.what();
+        if (reason.rfind(opened, 0) == 0) {
+            reason.replace(0, opened.size(), place.path);
+        }
+        throw CLiteXmlException("", 0, reason);
     }
     const owned<IXmlNode> root(document->root());
     if (!owned<IXmlNode>(root->selectSingleNode("/kavra_conf"))) {
@@ -102,8 +109,8 @@ bool is_current(const std::string& configuration, const Place& place, const std:
 /// Returns false if somebody else has it.
 bool try_lock(const Say& say, const std::string& path, int file, int flags)
 {
-    static bool cannot_lock = false;
-    if (flock(file, LOCK_EX | flags) == 0 || cannot_lock) {
+    static std::atomic<bool> is_told{false};
+    if (flock(file, LOCK_EX | flags) == 0) {
         return true;
     }
     switch (errno) {
@@ -114,8 +121,9 @@ bool try_lock(const Say& say, const std::string& path, int file, int flags)
     case EOPNOTSUPP:
     case ENOSYS:
     case EINVAL:
-        cannot_lock = true;
-        say(path + ": the file system cannot lock; do not run two calls at once");
+        if (!is_told.exchange(true)) {
+            say(path + ": the file system cannot lock; do not run two calls at once");
+        }
         return true;
     default:
         fail(path + ": cannot lock");
@@ -150,13 +158,17 @@ Lock::Lock(const std::string& configuration, const Say& say, Create create)
         if (!file) {
             return;
         }
+        // Others could lock it for ever. Fails on a file system without modes.
+        static_cast<void>(fchmod(file.number(), S_IRUSR | S_IWUSR));
         wait_for(say, path, file.number());
         if (is_current(configuration, m_place, path, file.number())) {
-            m_file =
-                fwbase::Descriptor(fcntl(file.number(), F_DUPFD, lowest_number)); // is inherited
+            for (const int lowest : lowest_numbers) {
+                if (!m_file.is_open()) { // not closed on exec: commands inherit it
+                    m_file = fwbase::Descriptor(fcntl(file.number(), F_DUPFD, lowest));
+                }
+            }
             if (!m_file.is_open()) {
-                fail(path + ": cannot keep the lock in descriptor " +
-                     std::to_string(lowest_number));
+                fail(path + ": cannot keep the lock");
             }
             return;
         }
