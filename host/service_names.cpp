@@ -18,7 +18,7 @@ std::string refusal_of(const std::string& name, const transaction::Lines& record
     if (line == record.end() || line->second.state == transaction::State::ignored) {
         return "no service '" + name + "' is configured; see optimize_host ls_service";
     }
-    return name + ": not configured; it was on in " + line->second.levels +
+    return name + ": not configured; it was on " + transaction::on_in(line->second.levels) +
            ": add it to the configuration, then restore_service " + name;
 }
 

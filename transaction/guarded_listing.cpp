@@ -11,6 +11,13 @@ namespace transaction
 namespace
 {
 
+/// The module does not deliver replies of 65520 bytes. In GBK, a text is never longer than in
+/// UTF-8.
+bool is_deliverable(const Entry& entry)
+{
+    return entry.name.size() + entry.desc.size() < 65000;
+}
+
 /// Throws unless the file holds what the listing replied: somebody may have replaced it meanwhile.
 void require_agreement(const std::vector<Entry>& entries, const std::vector<Reply>& replies)
 {
@@ -21,7 +28,7 @@ void require_agreement(const std::vector<Entry>& entries, const std::vector<Repl
             ++reply;
             return true;
         }
-        return entry.op == unavailable;
+        return entry.op == unavailable || !is_deliverable(entry);
     });
     if (!agrees || reply != replies.end()) {
         throw std::runtime_error("the configuration was replaced during the listing");
@@ -29,11 +36,6 @@ void require_agreement(const std::vector<Entry>& entries, const std::vector<Repl
 }
 
 } // namespace
-
-std::string in_levels(const std::string& levels)
-{
-    return levels == "on" ? "with xinetd" : "in run levels " + levels;
-}
 
 GuardedListing::GuardedListing(const std::string& configuration, Call call, Say say)
     : m_lock(configuration, say), m_call(std::move(call)), m_say(std::move(say)),
@@ -126,7 +128,7 @@ void GuardedListing::list(const Names& switched, bool is_first)
         }
     }
     for (const std::string& name : switched) {
-        if (line_of(name) != nullptr) {
+        if (line_of(name) != nullptr || !is_recordable(name)) {
             continue;
         }
         for (const std::size_t position : m_configuration.find(name)) {
@@ -168,26 +170,24 @@ void GuardedListing::settle(const Names& named, bool is_first)
         } else if (seen.is_on() && includes(seen.level, line.levels)) {
             if ((is_first || !is_requested) && line.state == State::off &&
                 seen.level != line.levels) {
-                m_say(name + " was switched on by somebody else: it is on " +
-                      in_levels(seen.level) + "; before it was switched off it was on " +
-                      in_levels(line.levels));
+                m_say(name + " was switched on by somebody else: it is on " + on_in(seen.level) +
+                      "; before it was switched off it was on " + on_in(line.levels));
             }
             m_lines.erase(current);
         } else if (seen.is_on()) {
-            line.state = State::partly;
-            if (!is_requested) {
-                m_say(name + " is on " + in_levels(seen.level) +
-                      "; before it was switched off it was on in " + line.levels +
+            if (!is_requested && (is_first || line.state != State::partly)) {
+                m_say(name + " is on in run levels " + seen.level +
+                      "; before it was switched off it was on " + on_in(line.levels) +
                       ": restore_service brings these back, optimize_service switches it off");
             }
+            line.state = State::partly;
         } else if (seen.is_off()) {
             if (is_first && line.state == State::switching_off) {
                 m_say("an interrupted call had switched " + name + " off; it can be restored");
             }
             if (is_first && m_taken_over.count(name) != 0) {
                 m_say(name + " is off and the configuration calls it optimized (on " +
-                      (line.levels == "on" ? "with xinetd" : "in " + line.levels) +
-                      "), which the record did not know: taken over");
+                      on_in(line.levels) + "), which the record did not know: taken over");
             }
             line.state = State::off;
         } else if (seen.is_unlisted()) {

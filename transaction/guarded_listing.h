@@ -14,9 +14,6 @@
 namespace transaction
 {
 
-/// For example "in run levels 2345", or "with xinetd".
-std::string in_levels(const std::string& levels);
-
 /// What a listing showed of a service, by the first of its entries.
 struct View {
     bool is_configured;
@@ -24,7 +21,7 @@ struct View {
     std::string level;
 
     bool is_on() const { return is_configured && op == none; }
-    bool is_off() const { return is_configured && op == optimized; } ///< of one with a line
+    bool is_off() const { return is_configured && op == optimized; } ///< meaningless without a line
     bool is_unlisted() const { return is_configured && op == unavailable; }
 };
 

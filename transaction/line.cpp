@@ -55,6 +55,11 @@ bool includes(const std::string& live, const std::string& levels)
     return live == "on" || levels == "on" || levels.find_first_not_of(live) == std::string::npos;
 }
 
+std::string on_in(const std::string& levels)
+{
+    return levels == "on" ? "with xinetd" : "in " + levels;
+}
+
 std::string unite(const std::string& levels, const std::string& other)
 {
     if (levels == "on" || other == "on") {

@@ -27,7 +27,7 @@ using Lines = std::map<std::string, Line>;
 
 /// The word for a state in the file, such as "switching-off".
 const char* to_word(State state);
-/// Returns false, and leaves no meaning in `state`, if the word is none of them.
+/// Returns false if the word is none of them; `state` is unspecified then.
 bool from_word(const std::string& word, State& state);
 
 /// The present time, for Line::since.
@@ -42,6 +42,9 @@ bool is_level(const std::string& level);
 /// Whether a service that is on in `live` is on in all of `levels`. "on" and digits include each
 /// other, because a service can change its kind.
 bool includes(const std::string& live, const std::string& levels);
+
+/// For people: "in 2345", or "with xinetd".
+std::string on_in(const std::string& levels);
 
 /// All levels of both; the first one if one of them is "on".
 std::string unite(const std::string& levels, const std::string& other);
