@@ -27,6 +27,7 @@ struct Wish {
     unsigned int id;
     bool is_configured;
     std::string name;
+    Ids ids; ///< of all entries of the name, as the first listing left them
 };
 
 /// What the first listing of a call showed of a name.
@@ -46,8 +47,11 @@ std::string position_of(const View& view, const std::string& levels)
     if (!view.is_on()) {
         return "it is still off";
     }
-    return includes(view.level, levels) ? "it is still on " + in_levels(view.level)
-                                        : "it is on in " + view.level + " of " + levels;
+    if (!includes(view.level, levels)) {
+        return "it is on in " + view.level + " of " + levels;
+    }
+    return "it is still on " +
+           (view.level == "on" ? on_in(view.level) : "in run levels " + view.level);
 }
 
 } // namespace
@@ -79,7 +83,8 @@ private:
     Ids call(const char* operation, bool flag, const Ids& ids, std::string& failure) const;
     Ids ids_of(const std::string& name) const;
     Ids ids_of(const Names& names) const;
-    std::vector<Outcome> outcomes(const std::vector<Wish>& wishes, const Verdicts& verdicts) const;
+    void add_ids(std::vector<Wish>& wishes) const;
+    static std::vector<Outcome> outcomes(const std::vector<Wish>& wishes, const Verdicts& verdicts);
 
     std::string m_path;
     Call m_call;
@@ -103,9 +108,10 @@ std::vector<Service> Transaction::Work::list()
 
 std::vector<Outcome> Transaction::Work::switch_services(const Ids& ids, bool on)
 {
-    const std::vector<Wish> wishes = resolve(ids);
+    std::vector<Wish> wishes = resolve(ids);
     const Names names = names_of(wishes);
     m_machine.begin(names, names);
+    add_ids(wishes);
 
     const Lines before = m_machine.lines();
     Verdicts verdicts;
@@ -146,9 +152,10 @@ std::vector<Outcome> Transaction::Work::switch_services(const Ids& ids, bool on)
 
 std::vector<Outcome> Transaction::Work::ignore(const Ids& ids, bool flag)
 {
-    const std::vector<Wish> wishes = resolve(ids);
+    std::vector<Wish> wishes = resolve(ids);
     const Names names = names_of(wishes);
     m_machine.begin({}, names);
+    add_ids(wishes);
 
     const Lines before = m_machine.lines();
     Verdicts verdicts;
@@ -177,14 +184,19 @@ std::vector<Outcome> Transaction::Work::ignore(const Ids& ids, bool flag)
         Verdict& verdict = verdicts[name];
         if (is_handled) {
             verdict = done;
-        } else if (verdict.kind == Outcome::done && (flag || !failure.empty())) {
+        } else if (verdict.kind == Outcome::done &&
+                   (flag || !failure.empty() || !m_machine.view_of(name).is_unlisted())) {
             verdict = {Outcome::not_handled, "not verified",
                        "not verified: " +
                            (failure.empty() ? "the configuration was replaced" : failure)};
         }
+        const auto old = before.find(name);
         if (flag && !is_handled) {
-            const auto old = before.find(name);
             m_machine.set_line(name, old == before.end() ? nullptr : &old->second);
+        } else if (flag && old != before.end()) {
+            m_say(name + " is on in run levels " + m_machine.view_of(name).level +
+                  " and was on in " + old->second.levels +
+                  " before it was switched off: these run levels are forgotten");
         }
     }
     m_machine.save();
@@ -234,10 +246,10 @@ std::vector<Wish> Transaction::Work::resolve(const Ids& ids) const
         const auto found = by_id.find(id);
         if (found == by_id.end()) {
             if (unknown.insert(id).second) {
-                wishes.push_back({id, false, ""});
+                wishes.push_back({id, false, "", {id}});
             }
         } else if (names.insert(found->second->name).second) {
-            wishes.push_back({id, true, found->second->name});
+            wishes.push_back({id, true, found->second->name, {}});
         }
     }
     return wishes;
@@ -251,6 +263,10 @@ Verdict Transaction::Work::begin_switch(const std::string& name, bool on)
     const Line* const line = m_machine.line_of(name);
     if (!view.is_configured) {
         return {Outcome::not_handled, "not configured", "not configured any more"};
+    }
+    if (!is_recordable(name)) {
+        return {Outcome::not_handled, "state " + std::to_string(view.op),
+                "its name has a blank, a control character or a '#' in front"};
     }
     if (line == nullptr ? view.op == ignored : line->state == State::ignored) {
         return {Outcome::not_handled, "ignored", "it is marked as ignored"};
@@ -269,7 +285,7 @@ Verdict Transaction::Work::begin_switch(const std::string& name, bool on)
     }
 
     const int start = on ? optimized : none;
-    if (line != nullptr && !view.is_off()) { // not listed, or on in part of its levels
+    if (line != nullptr && (view.is_unlisted() || line->state == State::partly)) {
         const bool is_partly_on = view.is_on() && !on;
         m_machine.set_entries(name, start,
                               is_partly_on ? unite(line->levels, view.level) : line->levels);
@@ -322,7 +338,8 @@ Verdict Transaction::Work::end_switch(const std::string& name, bool on, const Id
     }
     std::string message = is_handled ? "the command succeeded, but " : "command failed; ";
     message += position_of(view, line == nullptr ? view.level : line->levels);
-    if (on && before.line != nullptr && before.line->levels == "on" && view.is_off()) {
+    if (on && !is_handled && before.line != nullptr && before.line->levels == "on" &&
+        view.is_off()) {
         message += "; if it is no service of xinetd any more, switch it on by hand: chkconfig "
                    "--level LEVELS " +
                    name + " on";
@@ -354,10 +371,6 @@ Verdict Transaction::Work::judge_mark(const std::string& name, bool flag) const
         return {Outcome::not_handled, "optimized", "it is switched off"};
     }
     if (is_on && is_recordable(name)) {
-        if (line != nullptr) {
-            m_say(name + " is on " + in_levels(view.level) + " and was on in " + line->levels +
-                  " before it was switched off: these run levels are forgotten");
-        }
         return done;
     }
     if (view.is_unlisted()) {
@@ -367,6 +380,18 @@ Verdict Transaction::Work::judge_mark(const std::string& name, bool flag) const
     }
     return {Outcome::not_handled, "state " + std::to_string(view.op),
             "its entry in the configuration cannot be marked"};
+}
+
+void Transaction::Work::add_ids(std::vector<Wish>& wishes) const
+{
+    for (Wish& wish : wishes) {
+        if (wish.is_configured) {
+            wish.ids = ids_of(wish.name);
+        }
+        if (wish.ids.empty()) { // not configured any more
+            wish.ids.push_back(wish.id);
+        }
+    }
 }
 
 /// The ids of all entries of a name, each once.
@@ -406,19 +431,14 @@ Ids Transaction::Work::ids_of(const std::vector<std::string>& names) const
 
 /// One outcome for each entry of the requested names.
 std::vector<Outcome> Transaction::Work::outcomes(const std::vector<Wish>& wishes,
-                                                 const Verdicts& verdicts) const
+                                                 const Verdicts& verdicts)
 {
     std::vector<Outcome> all;
     for (const Wish& wish : wishes) {
-        const auto found = verdicts.find(wish.name);
         const Verdict verdict =
-            wish.is_configured ? found->second
+            wish.is_configured ? verdicts.at(wish.name)
                                : Verdict{Outcome::not_handled, "not configured", "not configured"};
-        Ids ids = wish.is_configured ? ids_of(wish.name) : Ids();
-        if (ids.empty()) {
-            ids.push_back(wish.id);
-        }
-        for (const unsigned int id : ids) {
+        for (const unsigned int id : wish.ids) {
             all.push_back({id, wish.name, verdict.kind, verdict.reason, verdict.message});
         }
     }

@@ -19,7 +19,7 @@ struct Service {
     bool is_listed; ///< by chkconfig; if it is not, the record keeps it
 };
 
-/// What became of one requested service.
+/// What became of one requested service; texts are UTF-8.
 struct Outcome {
     enum Kind { done, unchanged, not_handled };
 
@@ -38,13 +38,14 @@ struct Outcome {
 /// that is still true. What a command is about to do is recorded and flushed before it runs, and
 /// success is reported when a second listing shows it. Entries of one name are one service.
 ///
-/// Usable on any thread, if the configuration is that of the working directory's module. Objects
-/// exclude one another, in other processes too, through the lock.
+/// Usable on any thread of a process whose working directory holds the configuration; one object
+/// belongs to one thread. Objects exclude one another, in other processes too, through the lock.
+/// `say` must not throw.
 ///
 /// Every operation throws std::runtime_error or CLiteXmlException if it is refused: the
 /// configuration or the record cannot be read or written, or the machine cannot be listed. No
-/// command has run then, unless only the final writing of the record failed. The next call goes on
-/// from what is on the disk.
+/// command has run then. What `call` throws in the first listing passes, too, and std::bad_alloc
+/// may pass at any time. The next call goes on from what is on the disk.
 class Transaction
 {
 public:
@@ -52,7 +53,8 @@ public:
     Transaction(const std::string& configuration, Call call, Say say);
     ~Transaction();
 
-    /// The configured services as they were read last, in the order of the file.
+    /// The configured services as they were read last, in the order of the file. Valid until the
+    /// next operation, as is the record.
     const std::vector<Entry>& entries() const;
     /// What was switched off or ignored.
     const Lines& record() const;
