@@ -201,11 +201,10 @@ public:
             }
         }
         const std::string result = hexadecimal(ending.result);
-        if (ending.reply == nullptr) {
-            line({{"reply", "none"}, {"result", result}});
-            return;
+        Json object = {{"reply", ending.reply == nullptr ? "none" : "final"}, {"result", result}};
+        if (ending.reply != nullptr) {
+            object = with_outputs(object, *ending.reply);
         }
-        Json object = with_outputs({{"reply", "final"}, {"result", result}}, *ending.reply);
         for (const Outcome& each : ending.outcomes) {
             Json service = {{"id", each.id}};
             if (!each.name.empty()) {
