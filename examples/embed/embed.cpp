@@ -171,7 +171,6 @@ int main(int count, char** arguments)
         std::fputs("usage: embed [off|on ID]\n", stderr);
         return 2;
     }
-    unsetenv("LANGUAGE");          // would have chkconfig print translated words
     std::signal(SIGCHLD, SIG_DFL); // the module needs the status of its commands
     try {
         return run(direction, static_cast<unsigned int>(id)) ? 0 : 1;
