@@ -107,9 +107,9 @@ play restoring '* changed=1 failed=0 restored: cups, rsync' "${services[@]}" -e 
 play 'ignoring in check mode' '* changed=1 failed=0 would be ignored: atd' \
     -e '{"optimize_names": ["atd"], "optimize_state": "ignored"}' --check
 play ignoring '* changed=1 failed=0 ignored: atd' -e '{"optimize_names": ["atd"], "optimize_state": "ignored"}'
-play 'an ignored service' '* changed=0 failed=1 atd (2) not handled: ignored; id 99 not handled: not configured' \
+play 'an ignored service' '* changed=0 failed=1 atd (2) not handled: it is marked as ignored; id 99 not handled: not configured' \
     -e '{"optimize_names": ["atd", 99]}'
-play 'an ignored service in check mode' '* changed=1 failed=1 atd (2) not handled: ignored; would be optimized: cups' \
+play 'an ignored service in check mode' '* changed=1 failed=1 atd (2) not handled: it is marked as ignored; would be optimized: cups' \
     -e '{"optimize_names": ["atd", "cups"]}' --check
 play 'an unknown service' "* changed=0 failed=1 no service '-h' is configured; see optimize_host ls_service" \
     -e '{"optimize_names": ["cups", "-h"]}'
@@ -118,13 +118,14 @@ play listing '* changed=1 failed=0 listed: atd' -e '{"optimize_names": ["atd"], 
 
 for machine in "${machines[@]}"; do # was killed after it had switched cups off
     PATH=$place/$machine/bin:$PATH chkconfig --level 2345 cups off
-    printf 'optimize_service 3\nend\n' >"$(readlink -f "$place/$machine/config/system_operation/conf.xml").lock"
+    echo 'cups switching-off 2345 2026-01-01T00:00:00Z' >>"$(readlink -f \
+        "$place/$machine/config/system_operation/conf.xml").record"
 done
 play 'an interrupted call in check mode' '* changed=1 failed=0 would be restored: cups' \
     -e '{"optimize_names": ["cups"], "optimize_state": "restored"}' --check
 play 'an interrupted call' '* changed=1 failed=0 restored: cups' \
     -e '{"optimize_names": ["cups"], "optimize_state": "restored"}'
-grep -q '^\[WARNING\]: .* completed the interrupted' "$log" || die 'an interrupted call: no warning'
+grep -q '^\[WARNING\]: .*: an interrupted call had switched' "$log" || die 'an interrupted call: no warning'
 [[ $(contents) == "$first" ]] || die 'an interrupted call: the machines are not as before'
 
 echo '<oops' >"$place/two/config/system_operation/conf.xml"

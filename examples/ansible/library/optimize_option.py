@@ -22,9 +22,9 @@ options:
     aliases: [services]
   state:
     description:
-      - C(optimized) switches off services that are running and not ignored.
+      - C(optimized) switches off services that are on and not ignored.
       - C(restored) switches services that are optimized back on.
-      - C(ignored) marks services that are running, so that they are left alone.
+      - C(ignored) marks services that are on, so that they are left alone.
       - C(listed) removes this mark, so that they are listed as candidates again.
     type: str
     choices: [optimized, restored, ignored, listed]
@@ -35,17 +35,19 @@ options:
     type: path
     default: /var/lib/optimize_option
 requirements:
-  - C(optimize_host) 1.1 or later, C(chkconfig) and C(sed) on the machine
+  - C(optimize_host) 2.0 or later, C(chkconfig) and C(sed) on the machine
 notes:
   - A service that cannot be brought into the state fails the task, after the other services were handled.
-  - A service that is not on the machine, or that somebody else switched off, is C(unavailable) and fails the
-    task, too. See the example with C(failed_when).
+  - A service that is not on the machine is C(not listed) and fails the task, too. See the example with
+    C(failed_when). One that somebody else switched off is optimized already, but cannot be restored.
+  - What else C(optimize_host) says becomes a warning, for example that a service is on again in some of its
+    run levels only.
   - Run as root, for example with C(become).
 attributes:
   check_mode:
     description:
-      - Makes the same call on a copy of the configuration, with a C(chkconfig) that only lists.
-      - Does not foresee missing rights to write.
+      - Makes the same call with C(--dry-run), which lists the services and writes nothing.
+      - Does not foresee commands that fail and missing rights to write.
     support: full
   diff_mode:
     description: Shows the state of each changed service before and after.
@@ -63,7 +65,7 @@ EXAMPLES = r'''
     name: cups
     state: optimized
   register: printing
-  failed_when: printing is failed and 'unavailable' not in printing.msg
+  failed_when: printing is failed and 'not listed' not in printing.not_handled | default([]) | map(attribute='reason')
 
 - name: Switch the printing service back on
   optimize_option:
@@ -90,17 +92,18 @@ unchanged:
   elements: dict
   sample: [{"id": 30, "name": "rsync"}]
 not_handled:
-  description: The services that could not be brought into the state, with the reason.
+  description:
+    - The services that could not be brought into the state.
+    - The reason is C(not listed), C(off), C(optimized), C(ignored), C(not configured), C(command failed),
+      C(still on), C(still off), C(not verified) or C(state N). The message says it in a sentence.
   returned: if optimize_host was run
   type: list
   elements: dict
-  sample: [{"id": 15, "name": "sshd", "reason": "ignored"}]
+  sample: [{"id": 15, "name": "sshd", "reason": "ignored", "message": "it is marked as ignored"}]
 '''
 
 import json
 import os
-import shutil
-import tempfile
 
 from ansible.module_utils.basic import AnsibleModule
 
@@ -112,50 +115,26 @@ STATES = {
     'listed': (['ignore_service', 'off'], 'ignored', 'none'),
 }
 
-CONFIGURATION = 'config/system_operation/conf.xml'
-
-# Replaces chkconfig in check mode. $REAL_PATH is the real search path.
-LISTING_CHKCONFIG = '''#!/bin/sh
-[ "$1" = --list ] || exit 0
-PATH=$REAL_PATH
-export PATH
-exec chkconfig "$@"
-'''
-
-
-def rehearsal(module, directory, path):
-    """Returns a copy of the configuration's folder, and an environment in which nothing is switched."""
-    copy = tempfile.mkdtemp(dir=module.tmpdir)
-    target = os.path.join(copy, CONFIGURATION)
-    os.makedirs(os.path.dirname(target))
-    source = os.path.realpath(os.path.join(directory, CONFIGURATION))
-    for suffix in ('', '.lock'):  # the lock file may hold a call that has to be completed
-        if os.path.exists(source + suffix):
-            shutil.copy(source + suffix, target + suffix)
-    tools = os.path.join(copy, 'bin')
-    os.mkdir(tools)
-    if module.get_bin_path('chkconfig'):
-        for name, text in (('chkconfig', LISTING_CHKCONFIG), ('sed', '#!/bin/sh\n')):
-            with open(os.path.join(tools, name), 'w') as tool:
-                tool.write(text)
-            os.chmod(tool.name, 0o700)
-            if not os.access(tool.name, os.X_OK):
-                raise EnvironmentError('programs cannot run in %s; set remote_tmp' % tools)
-    return copy, {'PATH': tools, 'REAL_PATH': path}
-
 
 def label(service):
     return '%s (%d)' % (service['name'], service['id']) if 'name' in service else 'id %d' % service['id']
 
 
-def reason_of(final, err, rc):
+def other_messages(final, err):
+    """The lines of optimize_host that are neither about a requested service nor the error."""
+    known = [': %s ' % label(each) for kind in ('unchanged', 'not_handled') for each in final.get(kind, [])]
+    return [line for line in err.splitlines()
+            if line.startswith('optimize_host: ') and not any(each in line for each in known)
+            and not ('error' in final and line.endswith(final['error']))]
+
+
+def reason_of(final, messages, rc):
     """Why a call failed, in the words of optimize_host."""
     if 'error' in final:
         return final['error']
     if 'not_handled' in final:
-        return '; '.join('%s not handled: %s' % (label(each), each['reason'])
+        return '; '.join('%s not handled: %s' % (label(each), each['message'])
                          for each in final['not_handled'])
-    messages = [line for line in err.splitlines() if 'optimize_host: ' in line]
     return '; '.join(messages) or 'optimize_host ended with status %d' % rc
 
 
@@ -170,18 +149,11 @@ def main():
     if not module.params['name']:
         module.exit_json(changed=False)
     operation, before, after = STATES[module.params['state']]
-    directory = module.params['directory']
     program = module.get_bin_path('optimize_host', required=True)
+    options = ['--json', '-C', module.params['directory']] + ['--dry-run'] * module.check_mode
     path = os.environ.get('PATH', '/usr/bin:/bin') + ':/usr/sbin:/sbin'  # some logins lack the last two
-    environment = {'PATH': path}
-    if module.check_mode:
-        try:
-            directory, environment = rehearsal(module, directory, path)
-        except EnvironmentError as error:
-            module.fail_json(msg='cannot prepare check mode: %s' % error)
-
-    command = [program, '--json', '-C', directory, '--'] + operation + module.params['name']
-    rc, out, err = module.run_command(command, environ_update=environment)
+    rc, out, err = module.run_command([program] + options + ['--'] + operation + module.params['name'],
+                                      environ_update={'PATH': path})
     replies = [json.loads(line) for line in out.split('\n')[:-1]]  # without one that was cut off
     handled = [{'id': reply['ids'][0], 'name': reply['names'][0]}
                for reply in replies if reply['reply'] == 'item']
@@ -194,15 +166,10 @@ def main():
         'diff': {kind: ''.join('%s: %s\n' % (each['name'], state) for each in handled)
                  for kind, state in (('before', before), ('after', after))},
     }
-    for line in err.splitlines():
-        if ' completed the interrupted ' in line:
-            module.warn(line)
+    messages = other_messages(final, err)
     if rc != 0 or not final:
-        if not module.check_mode:  # its commands were not run
-            result['stderr'] = err
-        reason = reason_of(final, err, rc).replace(directory, module.params['directory'])
-        module.fail_json(msg=reason, **result)
-    module.exit_json(**result)
+        module.fail_json(msg=reason_of(final, messages, rc), stderr=err, warnings=messages, **result)
+    module.exit_json(warnings=messages, **result)
 
 
 if __name__ == '__main__':
