@@ -78,6 +78,12 @@ heading 'A run-level service and an xinetd service, before'
 run "$levels"
 before=$output
 
+heading 'What would be switched off'
+run 'optimize_host --dry-run optimize_service cups rsync'
+expect ' 3  cups.* 30  rsync'
+run "$levels"
+[[ $output == "$before" ]] || die 'a dry run has switched a service'
+
 heading 'Switching them off'
 run 'optimize_host optimize_service cups rsync'
 expect ' 3  cups.* 30  rsync'
@@ -85,6 +91,10 @@ run "$levels"
 expect '2:off.*3:off.*4:off.*5:off.*rsync[[:blank:]]+off'
 run "$states"
 expect 'cups +1 optimized.*rsync +1 optimized'
+
+heading 'The record, by which they come back whatever happens to the configuration'
+run 'cat config/system_operation/conf.xml.record'
+expect 'cups off 2345 .*rsync off on '
 
 heading 'Switching them back on'
 run 'optimize_host restore_service cups rsync'
@@ -96,7 +106,7 @@ echo 'The run levels are those of before.'
 heading 'An ignored service is left alone'
 run 'optimize_host ignore_service on atd'
 run 'optimize_host optimize_service atd' 1
-expect 'atd \(2\) not handled: ignored$'
+expect 'atd \(2\) not handled: it is marked as ignored$'
 run 'chkconfig --list atd'
 expect '3:on.*4:on.*5:on'
 run 'optimize_host ignore_service off atd'
