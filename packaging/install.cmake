@@ -33,6 +33,10 @@ set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/optimize_option)
 install(DIRECTORY framework DESTINATION ${headers})
 install(FILES rpc/entry.h rpc/result_codes.h DESTINATION ${headers}/rpc)
+install(FILES transaction/calls.h transaction/entry.h transaction/line.h transaction/transaction.h
+  DESTINATION ${headers}/transaction)
+set_target_properties(transaction PROPERTIES OUTPUT_NAME optimize_option_transaction)
+install(TARGETS transaction ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}/optimize_option)
 install(FILES docs/interface.md DESTINATION ${documents})
 install(DIRECTORY examples/embed DESTINATION ${documents}/examples)
 file(RELATIVE_PATH HEADERS_FROM_PKGCONFIG ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
@@ -67,9 +71,10 @@ set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/documents.cmake)
 set(runtime_summary "List, switch off and restore services for remote clients")
 set(runtime_description "A plug-in module for hosts that serve remote procedure calls,
 its reference host with a command line, and a sample configuration.")
-set(development_summary "Headers for hosts of the Optimize_Option module")
+set(development_summary "Headers and a library for hosts of the Optimize_Option module")
 set(development_description "The interfaces between a host and its modules, the result codes,
-and the description of the interface Optimize_Option.")
+a library that keeps the run levels of services that are switched off, and
+the description of the interface Optimize_Option.")
 
 find_program(DPKG_SHLIBDEPS dpkg-shlibdeps)
 mark_as_advanced(DPKG_SHLIBDEPS)

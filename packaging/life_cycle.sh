@@ -68,9 +68,14 @@ purge() {
     [[ ! -e $state && ! -L $state ]] || die "left in ${state#"$root"}: $(ls -AR "$state")"
 }
 
-# Checks that the configuration is the file $1.
-check_conf() {
-    cmp "$1" "$conf" || die "the configuration is not that of $2"
+check_sample() {
+    cmp "$sample" "$conf" || die 'the configuration is not that of the sample'
+}
+
+# Checks that the configuration is that of before, and the record, too.
+check_kept() {
+    cmp "$folder/used" "$conf" || die 'the configuration has changed'
+    cmp "$folder/record" "$conf.record" || die 'the record has changed'
 }
 
 in_root dpkg --no-triggers --purge optimize-option optimize-option-dev || true
@@ -80,7 +85,7 @@ touch "$root/var/lib/dpkg"/{status,available}
 
 step='new installation'
 (umask 077 && install this) || exit
-check_conf "$sample" 'the sample'
+check_sample
 facts=$(stat -c '%a %U:%G %F' "$state" "$state/config" "$conf" | tr '\n' ';')
 [[ $facts == '755 root:root directory;755 root:root directory;644 root:root regular file;' ]] ||
     die "wrong modes: $facts"
@@ -91,22 +96,22 @@ in_root sh -c 'cd / && optimize_host ls_service' || die 'ls_service failed'
 in_root sh -c 'cd / && optimize_host optimize_service cups' ||
     die 'optimize_service failed'
 cp "$conf" "$folder/used"
+cp "$conf.record" "$folder/record"
 ! cmp -s "$sample" "$folder/used" || die 'the configuration was not written'
 
 step='upgrade with a changed sample'
 install next
 grep -q 'a later sample' "$sample" || die 'the sample is the old one'
-check_conf "$folder/used" 'before'
+check_kept
 
 step='removal and a new installation'
 remove
-check_conf "$folder/used" 'before the removal'
+check_kept
 install this
-check_conf "$folder/used" 'before the removal'
+check_kept
 
 step='purge after removal'
 remove
-touch "$conf.lock"
 [[ $kind == RPM ]] || purge
 rm -rf "$state"
 
@@ -114,7 +119,7 @@ step='a link to another folder'
 mkdir "$root/srv/elsewhere"
 ln -s ../../srv/elsewhere "$state"
 install this
-check_conf "$sample" 'the sample'
+check_sample
 [[ -L $state ]] || die 'the link is gone'
 install next
 purge
