@@ -3,13 +3,10 @@
 #include "host/text.h"
 #include "tests/workspace.h"
 
-#include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <unistd.h>
 
-namespace
-{
 using testing::HasSubstr;
 
 class CommandLineTest : public Workspace
@@ -201,5 +198,3 @@ TEST_F(CommandLineTest, PrintsAnyBytes)
         std::free(text);
     }
 }
-
-} // namespace

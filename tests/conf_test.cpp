@@ -2,17 +2,13 @@
 #include "conf/conf.h"
 #include "tests/fake_framework.h"
 
-#include <gmock/gmock.h>
 #include <sstream>
-
-namespace
-{
 
 using ConfTest = Workspace;
 using rpc::Items;
 
-std::string info(const std::string& id, const std::string& name, const std::string& op,
-                 const std::string& level, const std::string& xinetd)
+static std::string info(const std::string& id, const std::string& name, const std::string& op,
+                        const std::string& level, const std::string& xinetd)
 {
     return "<info id=\"" + id + "\" name=\"" + name + "\" op=\"" + op + "\" level=\"" + level +
            "\" xinetd=\"" + xinetd + "\" desc=\"d\"/>";
@@ -114,10 +110,13 @@ TEST_F(ConfTest, ReconcilesEveryEntryWithTheMachine)
             EXPECT_EQ(std::to_string(static_cast<int>(item.op)), after);
         }
     }
-    write(conf_path, "<kavra_conf  a='1'/>\n"); // an empty list is saved, too
     Items items;
+    const rpc::ItemStringsGuard guard(items);
+    write_conf("<info name='a'/>"); // attributes that are missing are added in this order
+    EXPECT_TRUE(CConf::GetValidServiceList({{{"a", {"3", false}}}}, items));
+    EXPECT_THAT(read(conf_path),
+                testing::HasSubstr("name=\"a\" op=\"0\" level=\"3\" xinetd=\"0\"/"));
+    write(conf_path, "<kavra_conf  a='1'/>\n"); // an empty list is saved, too
     EXPECT_TRUE(CConf::GetValidServiceList({}, items));
     EXPECT_EQ(read(conf_path), "<kavra_conf a=\"1\"/>\n");
 }
-
-} // namespace

@@ -16,27 +16,13 @@ Faults rpc_faults;
 Faults xml_faults;
 Faults memory_faults;
 Faults exhaustion;
-std::string* trace = nullptr;
 std::uint32_t reply_size = 0;
 std::string run_log;
 int rpc_references = 0;
-
-void note(const std::string& call)
-{
-    if (trace != nullptr) {
-        *trace += call + "; ";
-    }
-}
+int unsized_blocks = 0;
 
 namespace
 {
-
-/// Notes a call; true if it is to fail.
-bool step(const char* call, std::uint32_t number, ec::EC expected)
-{
-    note(call + (" " + std::to_string(number)));
-    return rpc_faults.strike(call, expected);
-}
 
 /// A message that can be written short or claim another size.
 class Message final : public rpc::IRequest
@@ -46,18 +32,18 @@ public:
 
     std::uint32_t write(unsigned char* buffer, std::uint32_t size) override
     {
-        return step("write", size, 0x040C000B) ? size - 1 : m_real->write(buffer, size);
+        if (rpc_faults.strike("write", 0x040C000B)) {
+            return size - 1;
+        }
+        ++unsized_blocks;
+        return m_real->write(buffer, size);
     }
     int read(const unsigned char* data, std::uint32_t size) override
     {
         return m_real->read(data, size);
     }
     std::uint32_t size() override { return reply_size != 0 ? reply_size : m_real->size(); }
-    void release() override
-    {
-        note("release message");
-        delete this;
-    }
+    void release() override { delete this; }
     const char* func_name() override { return m_real->func_name(); }
     rpc::IParams* params() override { return m_real->params(); }
 
@@ -80,7 +66,11 @@ public:
     std::uint32_t size() const override { return static_cast<std::uint32_t>(m_bytes.size()); }
     void release() override { delete this; }
     unsigned char* buffer() override { return m_bytes.data(); }
-    void set_size(std::uint32_t size) override { note("set_size " + std::to_string(size)); }
+    void set_size(std::uint32_t size) override
+    {
+        EXPECT_EQ(size, m_bytes.size());
+        --unsized_blocks;
+    }
 
 private:
     std::vector<unsigned char> m_bytes;
@@ -109,7 +99,7 @@ class Framework final : public fwbase::IFWBase,
     void free(void* storage) override { std::free(storage); }
     ec::EC new_block(fwbase::IDataBlock*& block, std::uint32_t size) override
     {
-        if (step("new_block", size, 0x04020001)) {
+        if (rpc_faults.strike("new_block", 0x04020001)) {
             return rpc_faults.code;
         }
         block = new Block(size);
@@ -117,14 +107,13 @@ class Framework final : public fwbase::IFWBase,
     }
     void log(std::uint32_t type, const char* text, const char* where) override
     {
-        note("log");
         fake::run_log +=
             std::to_string(type) + ' ' + text + " [" + (where ? where : "null") + "]\n";
     }
     ec::EC query(const char* name, void** object) override
     {
         EXPECT_STREQ(name, "obj.fws.rpc");
-        if (step("query", 0, 0x04010001)) {
+        if (rpc_faults.strike("query", 0x04010001)) {
             return rpc_faults.code;
         }
         ++rpc_references;
@@ -133,22 +122,22 @@ class Framework final : public fwbase::IFWBase,
     }
     rpc::IRequest* new_request(const char* name) override
     {
-        const bool fails = step("new_request", 0, 0x040C0008);
+        const bool fails = rpc_faults.strike("new_request", 0x040C0008);
         return fails ? nullptr : Message::wrap(m_factory.new_request(name));
     }
     rpc::IRequest* new_reply(rpc::ICommand* command, ec::EC code) override
     {
-        const bool fails = step("new_reply", code, 0x040C0009);
+        const bool fails = rpc_faults.strike("new_reply", 0x040C0009);
         return fails ? nullptr : Message::wrap(m_factory.new_reply(command, code));
     }
     rpc::IParams* new_record() override
     {
-        return step("new_record", 0, 0x040C0007) ? nullptr : m_factory.new_record();
+        return rpc_faults.strike("new_record", 0x040C0007) ? nullptr : m_factory.new_record();
     }
     rpc::IParam* new_param(unsigned type, const void* value, int hand_over) override
     {
-        const char* const name = hand_over != 0 ? "new_param handed over" : "new_param borrowed";
-        return step(name, type, 0x040C0006) ? nullptr : m_factory.new_param(type, value, hand_over);
+        const bool fails = rpc_faults.strike("new_param", 0x040C0006);
+        return fails ? nullptr : m_factory.new_param(type, value, hand_over);
     }
 
     fwbase::MsgFactory m_factory;
@@ -159,7 +148,7 @@ class Xml final : public IXmlDocument, public IXmlNode, public IXmlNodeList
 {
 public:
     template <class Real>
-    explicit Xml(owned<Real> real, const char* name = "") : m_real(std::move(real)), m_name(name)
+    explicit Xml(owned<Real> real) : m_real(std::move(real))
     {
     }
 
@@ -191,22 +180,13 @@ public:
 
     void load(const char* path) override { real<IXmlDocument>().load(path); }
     IXmlNode* root() override { return give_out(real<IXmlDocument>().root()); }
-    void save(const char* path) override
-    {
-        note("save");
-        real<IXmlDocument>().save(path);
-    }
+    void save(const char* path) override { real<IXmlDocument>().save(path); }
     IXmlNode* attribute(const char* name) override
     {
-        owned<IXmlNode> attribute(real<IXmlNode>().attribute(name));
-        return &m_attributes.emplace_front(std::move(attribute), name);
+        return &m_attributes.emplace_front(owned<IXmlNode>(real<IXmlNode>().attribute(name)));
     }
     std::string value() override { return real<IXmlNode>().value(); }
-    void setValue(const char* text) override
-    {
-        note("set " + m_name);
-        real<IXmlNode>().setValue(text);
-    }
+    void setValue(const char* text) override { real<IXmlNode>().setValue(text); }
     IXmlNodeList* selectNodes(const char* path) override
     {
         return give_out(real<IXmlNode>().selectNodes(path));
@@ -230,7 +210,6 @@ private:
     static inline Xml* s_newest = nullptr;
     Xml* m_older = nullptr;
     std::variant<owned<IXmlDocument>, owned<IXmlNode>, owned<IXmlNodeList>> m_real;
-    std::string m_name;                  // of an attribute
     std::forward_list<Xml> m_attributes; // never released by the user
 };
 

@@ -35,14 +35,12 @@ extern Faults exhaustion;    // std::bad_alloc from the throwing new
 
 constexpr ec::EC block_made = 0x84020007; // the memory manager's code for a block
 
-extern std::string* trace;       // if not null, calls are appended: "NAME NUMBER; "
 extern std::uint32_t reply_size; // if not 0, the size that replies claim
 extern std::string run_log;      // "TYPE TEXT [WHERE]\n" per entry
 extern int rpc_references;       // obtained and not given back
+extern int unsized_blocks;       // a message was written into them, but their size was not set
 extern long living_objects;      // made with new
 extern std::size_t largest_object;
-
-void note(const std::string& call);
 
 /// Runs `attempt` with its first call failing, then its second, and so on until no call fails.
 /// Checks that each run frees everything it made.

@@ -4,11 +4,6 @@
 #include "rpc/system_option_s.h"
 #include "tests/fake_framework.h"
 
-#include <gmock/gmock.h>
-
-namespace
-{
-
 using rpc::Ids;
 using rpc::Items;
 using testing::HasSubstr;
@@ -21,7 +16,7 @@ constexpr ec::EC not_ready = 0x040C0008;
 constexpr ec::EC unreadable = 0x040C000A;
 
 /// A call of every operation that works, in the order of their names.
-const char* const every_call[] = {
+static const char* const every_call[] = {
     "get_optimize_num", "get_optimize_sorce",   "ignore_other on 99",
     "ignore_reg on 99", "ignore_service on 99", "ls_other",
     "ls_reg",           "ls_service",           "optimize_other 99",
@@ -33,7 +28,6 @@ struct ReplyRecorder final : rpc::ICommand {
     ec::EC reply(ec::EC code, fwbase::IDataBlock* block) override
     {
         const fake::Unlimited memory;
-        fake::note("reply " + std::to_string(code));
         const owned<fwbase::IDataBlock> taken(block);
         last = owned<fwbase::Message>(new fwbase::Message(""));
         EXPECT_NE(last->read(block->data(), block->size()), 0);
@@ -59,6 +53,7 @@ protected:
     {
         m_interface.release();
         EXPECT_EQ(fake::rpc_references, 0);
+        EXPECT_EQ(fake::unsized_blocks, 0);
     }
 
     static void reset_conf()
@@ -199,24 +194,15 @@ TEST_F(InterfaceTest, AnswersEachOperation)
         EXPECT_EQ(call(line), answer) << line;
     }
 
-    const Ids ids = {1};
-    const struct {
-        const char* operation;
-        host::Arguments arguments; // flag, number, ids
-        ec::EC code;
-    } calls[] = {{"set_optimize_sorce", {true, {}, {}}, missing_parameter},
-                 {"set_optimize_sorce", {{}, 7, ids}, answered}, // more than it takes
-                 {"restore_service", {{}, 7, {}}, missing_parameter},
-                 {"ignore_service", {true, {}, {}}, missing_parameter},
-                 {"ignore_service", {true, 7, {}}, missing_parameter},
-                 {"ignore_service", {{}, {}, ids}, missing_parameter},
-                 {"ignore_service", {{}, 256, ids}, answered}, // its first byte is 0: off
-                 {"ignore_service", {{}, 2, ids}, answered}};
-    for (const auto& [operation, arguments, code] : calls) {
-        EXPECT_EQ(code_of({operation, arguments}), code)
-            << operation << ", row " << &code - &calls[0].code;
+    for (const char* const line :
+         {"set_optimize_sorce on", "restore_service on", "ignore_service on", "ignore_service 1"}) {
+        EXPECT_EQ(code_of(to_call(line)), missing_parameter) << line;
     }
-    EXPECT_THAT(read(conf_path), HasSubstr("name=\"a\" op=\"2\"")); // ignored by the last row
+    EXPECT_EQ(code_of({"set_optimize_sorce", {{}, 7, Ids{1}}}), answered); // more than it takes
+    for (const unsigned int flag : {256U, 2U}) {
+        EXPECT_EQ(code_of({"ignore_service", {{}, flag, Ids{1}}}), answered) << flag;
+    }
+    EXPECT_THAT(read(conf_path), HasSubstr("name=\"a\" op=\"2\"")); // with the flag 2
 
     write(conf_path, "<kavra_conf>");
     for (const char* const line : {"get_optimize_num", "ls_service", "ignore_service on 1"}) {
@@ -269,39 +255,6 @@ TEST_F(InterfaceTest, MovesServicesBetweenStates)
     reset_conf(); // the switch succeeds, the save fails
     write("bin/chkconfig", "#!/bin/sh\n: >config/system_operation/conf.xml");
     EXPECT_EQ(call("optimize_service 1"), "failure");
-}
-
-TEST_F(InterfaceTest, CallsTheFrameworkInOrder)
-{
-    write_conf("<info id='1' name='a' op='0' level='23' xinetd='0' desc='d'/>");
-    const struct {
-        const char* operation;
-        std::uint32_t claimed_size;
-        const char* trace;
-    } table[] = {
-        {"get_optimize_num", 0,
-         "new_request 0; new_reply 2147483648; new_param borrowed 7; new_block 14; "
-         "write 14; set_size 14; release message; release message; "},
-        {"get_optimize_num", 65520,
-         "new_request 0; new_reply 2147483648; new_param borrowed 7; release message; "
-         "log; release message; "},
-        {"ls_service", 0,
-         "new_request 0; set op; set level; set xinetd; save; "
-         "new_reply 2147483648; new_record 0; new_param borrowed 7; new_param handed over 13; "
-         "new_param handed over 13; new_param borrowed 7; new_param borrowed 16; "
-         "new_block 40; write 40; set_size 40; release message; reply 2214723591; "
-         "new_reply 2147483648; new_param borrowed 16; new_block 14; write 14; set_size 14; "
-         "release message; release message; "}};
-    for (const auto& [operation, claimed_size, expected] : table) {
-        const auto block = host::make_call_block({operation, {}});
-        std::string trace;
-        fake::trace = &trace;
-        fake::reply_size = claimed_size;
-        code_of(*block);
-        fake::trace = nullptr;
-        fake::reply_size = 0;
-        EXPECT_EQ(trace, expected) << operation;
-    }
 }
 
 TEST_F(InterfaceTest, HandlersSurviveEveryFailureOfTheFramework)
@@ -482,5 +435,3 @@ TEST_F(InterfaceTest, TheInstalledModuleMeetsTheFrameworkOfItsProgram)
     EXPECT_EQ(fake::xml_faults.failed, "another"); // newXmlDocument
     EXPECT_EQ(::call(module.interface(), "get_optimize_num"), "3 success");
 }
-
-} // namespace

@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
-#include <gmock/gmock.h>
 #include <sys/xattr.h>
 
 namespace fs = std::filesystem;

@@ -3,7 +3,7 @@
 
 #include "host/call.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <string>
 
 /// Changes to a temporary directory, whose bin/ is first on the search path, and removes it in the
