@@ -106,6 +106,17 @@ bool is_current(const std::string& configuration, const Place& place, const std:
            fstat(place.folder.get(), &opened_folder) == 0 && is_same(folder, opened_folder);
 }
 
+/// Others could lock a file that they can open for ever. Fails on a file system without modes,
+/// where nothing is private.
+void make_private(int file)
+{
+    constexpr mode_t mode = S_IRUSR | S_IWUSR;
+    struct stat status = {};
+    if (fstat(file, &status) == 0 && (status.st_mode & ALLPERMS) != mode) {
+        static_cast<void>(fchmod(file, mode));
+    }
+}
+
 /// Returns false if somebody else has it.
 bool try_lock(const Say& say, const std::string& path, int file, int flags)
 {
@@ -158,8 +169,7 @@ Lock::Lock(const std::string& configuration, const Say& say, Create create)
         if (!file) {
             return;
         }
-        // Others could lock it for ever. Fails on a file system without modes.
-        static_cast<void>(fchmod(file.number(), S_IRUSR | S_IWUSR));
+        make_private(file.number());
         wait_for(say, path, file.number());
         if (is_current(configuration, m_place, path, file.number())) {
             for (const int lowest : lowest_numbers) {
