@@ -259,9 +259,6 @@ ExitStatus CallRunner::print(const Call& call, const Answer& answer, const std::
     m_printer.services(answer.services);
     m_printer.end(
         {answer.result, answer.reply.get(), answer.outcomes, answer.error, answer.is_rehearsal});
-    if (answer.is_rehearsal) {
-        complain(subject + "a dry run: nothing was changed");
-    }
     ExitStatus status = success;
     if (!answer.reply) {
         complain(subject + "no reply");

@@ -112,7 +112,7 @@ public:
                      " (code " + hexadecimal(code) + ")";
         }
         m_out.flush();
-        m_messages.print(status);
+        m_messages.print(status + (ending.is_rehearsal ? "; a dry run: nothing was changed" : ""));
         m_messages.flush();
     }
 
