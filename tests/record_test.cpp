@@ -1,6 +1,8 @@
 // What a call leaves behind when the world around it fails, waits or changes, on the embedded
 // machine.
+#include "tests/system_calls.h"
 #include "tests/workspace.h"
+#include "transaction/private_file.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -168,6 +170,13 @@ TEST_F(RecordTest, ForgetsNothing)
 
 TEST_F(RecordTest, RefusesADamagedRecord)
 {
+    const fwbase::Descriptor folder(open("config/system_operation", O_RDONLY));
+    std::string calls;
+    system_calls::trace = &calls;
+    transaction::replace_file(folder.get(), RECORD, "");
+    system_calls::trace = nullptr;
+    EXPECT_THAT(calls, testing::MatchesRegex("fsync .*.conf.xml.record.tmp; renameat "
+                                             "conf.xml.record; fsync .*/system_operation; "));
     const std::string line = "cups off 2345 2026-11-25T10:17:10Z\n", link = "is a link";
     const std::pair<std::string, std::string> table[] = {
         {line + "x", "record:3: "},
