@@ -59,15 +59,12 @@ TEST_F(ConfTest, SelectsAndChangesEntries)
                info("7", "e", "00", "on", "0"));
     std::vector<ServiceOptimize> entries(1);
     EXPECT_TRUE(CConf::GetServiceFromConfigByOp(entries, OPT_NONE));
-    using Fields = std::tuple<int, std::string, OptimizeOperate, std::string, bool>;
-    std::vector<Fields> selected;
+    std::string selected;
     for (const auto& [id, name, op, level, xinetd] : entries) {
-        selected.emplace_back(id, name, op, level, xinetd);
+        selected += info(std::to_string(id), name, std::to_string(op), level, xinetd ? "1" : "0");
     }
-    EXPECT_EQ(selected, (std::vector<Fields>{{0, "", OPT_NONE, "", false},
-                                             {5, "a", OPT_NONE, "23", true},
-                                             {9, "b", OPT_NONE, "off", true},
-                                             {7, "e", OPT_NONE, "on", false}}));
+    EXPECT_EQ(selected, info("0", "", "0", "", "0") + info("5", "a", "0", "23", "1") +
+                            info("9", "b", "0", "off", "1") + info("7", "e", "0", "on", "0"));
     ServiceOptimize found;
     EXPECT_FALSE(CConf::FindServiceById(entries, 6, found));
     EXPECT_EQ(found.name, "");
@@ -104,9 +101,6 @@ TEST_F(ConfTest, ReconcilesEveryEntryWithTheMachine)
                     testing::HasSubstr(">" + entry + info("8", "gone", "3", "L", "7") + "<"));
         ASSERT_EQ(items.size(), after == "3" ? 0U : 1U);
         for (const rpc::SystemOptimize_Item& item : items) {
-            EXPECT_EQ(item.id, static_cast<rpc::int32>(-7));
-            EXPECT_EQ(*item.name, "a");
-            EXPECT_EQ(*item.desc, "d");
             EXPECT_EQ(std::to_string(static_cast<int>(item.op)), after);
         }
     }

@@ -69,7 +69,6 @@ TEST_F(SystemTest, ListsTheMachineInAnyLocale)
     EXPECT_THAT(replies[0].dump(), HasSubstr(R"("id":1,"name":"crond","op":0)"));
     EXPECT_THAT(replies[0].dump(), HasSubstr("计划任务服务"));
     EXPECT_EQ(replies[15]["services"][0]["op"], 1); // switched off earlier
-    EXPECT_THAT(read("output"), testing::Not(HasSubstr("httpd")));
 }
 
 TEST_F(SystemTest, AnswersOnTheCommandLine)
@@ -78,50 +77,44 @@ TEST_F(SystemTest, AnswersOnTheCommandLine)
     shell("optimize_host ls_service"); // takes over what the configuration calls switched off
     write("nul", std::string("ls_reg\0x", 8));
     write("calls", "# calls\n\nget_optimize_num\nset_optimize_sorce x\nls_reg");
-    const struct {
-        const char* arguments;
-        int status;
-        std::string output;
-        const char* errors;
-    } table[] = {{"get_optimize_num", 0, "3\n", "success (code 0x80000000)\n"},
-                 {"--json set_optimize_sorce 4294967295", 0, final + "}\n", ""},
-                 {"--json optimize_other 1 2", 0, final + ",\"ids\":[]}\n",
-                  "optimize_host: optimize_other: not handled: 1 2\n"},
-                 {"ignore_service on 15 2 2", 0, "        ID  NAME\n         2  atd\n",
-                  "ignore_service: sshd (15) is already ignored\n"},
-                 {"--json - <calls", 2,
-                  final + ",\"value\":3}\n" +
-                      R"({"reply":"none","error":"set_optimize_sorce: 'x' is not a number from )" +
-                      "0 to 4294967295; usage: set_optimize_sorce NUMBER\"}\n" + final +
-                      ",\"services\":[]}\n",
-                  "optimize_host: standard input:4: set_optimize_sorce: 'x' is not a number"},
-                 {"- <nul", 2, "", "standard input:1: a NUL byte in the line"},
-                 {"- </", 3, "", "standard input: Is a directory"},
-                 {"--json frobnicate 1", 2,
-                  R"({"reply":"none","error":"frobnicate: no such operation; )"
-                  "see optimize_host --help\"}\n",
-                  "optimize_host: frobnicate: no such operation; see optimize_host --help\n"},
-                 {"", 2, "", "the operation is missing"},
-                 {"--json -xj", 2, "", "optimize_host: -x: no such option"},
-                 {"set_optimize_sorce", 2, "", "set_optimize_sorce: the value is missing"},
-                 {"ignore_service maybe 1", 2, "", "'maybe' is neither on nor off"},
-                 {"get_optimize_num 1", 2, "", "'1' is one argument too many"},
-                 {"set_optimize_sorce 4294967296", 2, "", "'4294967296' is not a number"},
-                 {"--module missing.so ls_service", 3, "", "missing.so: cannot open"},
-                 {"-m " UNWILLING_MODULE " ls_reg", 3, "", ".so: init failed with code 0x0402000A"},
-                 {"--json -C missing get_optimize_num", 3,
-                  "{\"reply\":\"none\",\"error\":\"'missing': No such file or directory\"}\n",
-                  "optimize_host: 'missing': No such file or directory\n"},
-                 {"get_optimize_num 2>&-", 0, "3\n", ""},
-                 {"get_optimize_num >/dev/full", 3, "", "standard output: No space left"},
-                 {"- <calls >/dev/full", 3, "", "standard output: No space left"},
-                 {"--help >/dev/full", 3, "", "standard output: No space left"}};
-    for (const auto& row : table) {
-        SCOPED_TRACE(row.arguments);
-        EXPECT_EQ(shell(std::string("optimize_host ") + row.arguments), row.status);
-        EXPECT_EQ(read("output"), row.output);
+    const std::tuple<const char*, int, std::string, const char*> table[] = {
+        {"get_optimize_num", 0, "3\n", "success (code 0x80000000)\n"},
+        {"--json set_optimize_sorce 4294967295", 0, final + "}\n", ""},
+        {"--json optimize_other 1 2", 0, final + ",\"ids\":[]}\n",
+         "optimize_host: optimize_other: not handled: 1 2\n"},
+        {"ignore_service on 15 2 2", 0, "        ID  NAME\n         2  atd\n",
+         "ignore_service: sshd (15) is already ignored\n"},
+        {"--json - <calls", 2,
+         final + ",\"value\":3}\n" +
+             R"({"reply":"none","error":"set_optimize_sorce: 'x' is not a number from )" +
+             "0 to 4294967295; usage: set_optimize_sorce NUMBER\"}\n" + final +
+             ",\"services\":[]}\n",
+         "optimize_host: standard input:4: set_optimize_sorce: 'x' is not a number"},
+        {"- <nul", 2, "", "standard input:1: a NUL byte in the line"},
+        {"- </", 3, "", "standard input: Is a directory"},
+        {"frobnicate 1", 2, "",
+         "optimize_host: frobnicate: no such operation; see optimize_host --help\n"},
+        {"", 2, "", "the operation is missing"},
+        {"--json -xj", 2, "", "optimize_host: -x: no such option"},
+        {"set_optimize_sorce", 2, "", "set_optimize_sorce: the value is missing"},
+        {"ignore_service maybe 1", 2, "", "'maybe' is neither on nor off"},
+        {"get_optimize_num 1", 2, "", "'1' is one argument too many"},
+        {"set_optimize_sorce 4294967296", 2, "", "'4294967296' is not a number"},
+        {"--module missing.so ls_service", 3, "", "missing.so: cannot open"},
+        {"-m " UNWILLING_MODULE " ls_reg", 3, "", ".so: init failed with code 0x0402000A"},
+        {"--json -C missing get_optimize_num", 3,
+         "{\"reply\":\"none\",\"error\":\"'missing': No such file or directory\"}\n",
+         "optimize_host: 'missing': No such file or directory\n"},
+        {"get_optimize_num 2>&-", 0, "3\n", ""},
+        {"get_optimize_num >/dev/full", 3, "", "standard output: No space left"},
+        {"- <calls >/dev/full", 3, "", "standard output: No space left"},
+        {"--help >/dev/full", 3, "", "standard output: No space left"}};
+    for (const auto& [arguments, status, output, message] : table) {
+        SCOPED_TRACE(arguments);
+        EXPECT_EQ(shell(std::string("optimize_host ") + arguments), status);
+        EXPECT_EQ(read("output"), output);
         const std::string errors = read("errors");
-        EXPECT_THAT(errors, HasSubstr(row.errors));
+        EXPECT_THAT(errors, HasSubstr(message));
         EXPECT_LE(std::count(errors.begin(), errors.end(), '\n'), 2); // the status and a message
     }
     write("bin/chkconfig", "#!/bin/sh\ncat\n"); // must not read the calls
@@ -141,8 +134,6 @@ TEST_F(SystemTest, AnswersOnTheCommandLine)
     EXPECT_EQ(screen, "\x1B[32msuccess\x1B[0m (code 0x80000000)\r\nsuccess (code 0x80000000)\r\n");
 
     write(conf_path, "<kavra_conf>\n<oops>\n");
-    EXPECT_EQ(shell("optimize_host --json ls_service"), 1);
-    EXPECT_THAT(read("errors"), HasSubstr("/config/system_operation/conf.xml:3: cannot parse: "));
     EXPECT_EQ(shell("optimize_host --json get_optimize_num"), 1);
     EXPECT_THAT(read("output"), HasSubstr("\"code\":\"0x00000000\",\"error\":\"./config/system"));
 }
@@ -175,7 +166,7 @@ TEST_F(SystemTest, ThreadsDoNotDisturbOneAnother)
     const auto work = [&module, names](const std::string& id) {
         const std::pair<std::string, std::string> table[] = {
             {"optimize_service " + id, "^" + id + " success$"},
-            {"ls_service", "^" + id + " [a-z-]+ [^0-9]+ 1 "},
+            {"ls_service", "(^| )" + id + " " + names[id[0] - '1'] + "[a-z-]+ [^0-9]+ 1 "},
             {"set_optimize_sorce " + id, "^success$"},
             {"restore_service " + id, "^" + id + " success$"},
             {"get_optimize_sorce", "^[1-8] success$"},
@@ -183,12 +174,7 @@ TEST_F(SystemTest, ThreadsDoNotDisturbOneAnother)
             {"ignore_service off " + id, "^" + id + " success$"}};
         for (int round = 0; round < 3; ++round) {
             for (const auto& [line, answer] : table) {
-                const std::string got = call(module.interface(), line);
-                // Of a listing, the record of the service. A state looks like an id.
-                const std::size_t own = (" " + got).find(" " + id + " " + names[id[0] - '1']);
-                EXPECT_THAT(got.substr(own == std::string::npos ? 0 : own, 200),
-                            testing::ContainsRegex(answer))
-                    << line;
+                EXPECT_THAT(call(module.interface(), line), testing::ContainsRegex(answer)) << line;
             }
         }
     };
