@@ -11,8 +11,9 @@ namespace fwbase
 class Descriptor
 {
 public:
-    explicit Descriptor(int number = -1) noexcept : m_number(number) {}
-    Descriptor(Descriptor&& other) noexcept : m_number(-1) { swap(other); }
+    Descriptor() = default;
+    explicit Descriptor(int number) noexcept : m_number(number) {}
+    Descriptor(Descriptor&& other) noexcept { swap(other); }
     Descriptor& operator=(Descriptor&& other) noexcept
     {
         swap(other);
@@ -31,7 +32,7 @@ public:
 private:
     void swap(Descriptor& other) noexcept { std::swap(m_number, other.m_number); }
 
-    int m_number;
+    int m_number = -1;
 };
 
 } // namespace fwbase
