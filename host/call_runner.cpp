@@ -58,7 +58,7 @@ Operations operations_of(const rpc::IIfaceRealize& interface)
 std::string failure_of(const std::string& operation)
 {
     const std::string missing = missing_configuration();
-    const std::string reason = missing.empty() ? fwbase::take_last_xml_error() : missing;
+    std::string reason = missing.empty() ? fwbase::take_last_xml_error() : missing;
     if (!reason.empty()) {
         return reason;
     }

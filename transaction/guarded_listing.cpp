@@ -150,7 +150,8 @@ void GuardedListing::list(const Names& switched, bool is_first)
     }
 }
 
-/// Brings lines and entries in line with what the listing showed.
+/// Brings lines and entries in line with what the listing showed. The outcomes of a call tell
+/// people about the services that it names.
 void GuardedListing::settle(const Names& named, bool is_first)
 {
     const std::set<std::string> requested(named.begin(), named.end());
@@ -159,42 +160,52 @@ void GuardedListing::settle(const Names& named, bool is_first)
         const std::string& name = current->first;
         Line& line = current->second;
         const View seen = view_of(name);
-        const bool is_requested = requested.count(name) != 0; // its outcome tells people
         if (line.state == State::ignored) {
-            for (const std::size_t position : m_configuration.find(name)) {
-                const int op = m_configuration.entries()[position].op;
-                if (op == none || op == optimized) {
-                    m_configuration.set_op(position, ignored);
-                }
-            }
+            set_ops(name, {none, optimized}, ignored);
         } else if (seen.is_on() && includes(seen.level, line.levels)) {
-            if ((is_first || !is_requested) && line.state == State::off &&
-                seen.level != line.levels) {
+            const bool is_told = is_first || requested.count(name) == 0;
+            if (is_told && line.state == State::off && seen.level != line.levels) {
                 m_say(name + " was switched on by somebody else: it is on " + on_in(seen.level) +
                       "; before it was switched off it was on " + on_in(line.levels));
             }
             m_lines.erase(current);
         } else if (seen.is_on()) {
-            if (!is_requested && (is_first || line.state != State::partly)) {
+            const bool is_new = is_first || line.state != State::partly;
+            line.state = State::partly;
+            if (is_new && requested.count(name) == 0) {
                 m_say(name + " is on in run levels " + seen.level +
                       "; before it was switched off it was on " + on_in(line.levels) +
                       ": restore_service brings these back, optimize_service switches it off");
             }
-            line.state = State::partly;
         } else if (seen.is_off()) {
-            if (is_first && line.state == State::switching_off) {
-                m_say("an interrupted call had switched " + name + " off; it can be restored");
-            }
-            if (is_first && m_taken_over.count(name) != 0) {
-                m_say(name + " is off and the configuration calls it optimized (on " +
-                      on_in(line.levels) + "), which the record did not know: taken over");
-            }
-            line.state = State::off;
+            settle_off(name, line, is_first);
         } else if (seen.is_unlisted()) {
-            for (const std::size_t position : m_configuration.find(name)) {
-                m_configuration.set_op(position,
-                                       line.state == State::switching_on ? unavailable : optimized);
-            }
+            set_ops(name, {unavailable},
+                    line.state == State::switching_on ? unavailable : optimized);
+        }
+    }
+}
+
+/// Settles the line of a service that was found off.
+void GuardedListing::settle_off(const std::string& name, Line& line, bool is_first) const
+{
+    if (is_first && line.state == State::switching_off) {
+        m_say("an interrupted call had switched " + name + " off; it can be restored");
+    }
+    if (is_first && m_taken_over.count(name) != 0) {
+        m_say(name + " is off and the configuration calls it optimized (on " + on_in(line.levels) +
+              "), which the record did not know: taken over");
+    }
+    line.state = State::off;
+}
+
+/// Gives a state to those entries of a name that are in one of the others.
+void GuardedListing::set_ops(const std::string& name, std::initializer_list<int> from, int to)
+{
+    for (const std::size_t position : m_configuration.find(name)) {
+        const int op = m_configuration.entries()[position].op;
+        if (std::find(from.begin(), from.end(), op) != from.end()) {
+            m_configuration.set_op(position, to);
         }
     }
 }

@@ -6,6 +6,7 @@
 #include "transaction/lock.h"
 #include "transaction/record.h"
 
+#include <initializer_list>
 #include <map>
 #include <set>
 #include <string>
@@ -60,6 +61,8 @@ private:
     void take_over();
     void list(const Names& switched, bool is_first);
     void settle(const Names& named, bool is_first);
+    void settle_off(const std::string& name, Line& line, bool is_first) const;
+    void set_ops(const std::string& name, std::initializer_list<int> from, int to);
     void tell_unlisted(const Names& named) const;
 
     Lock m_lock;

@@ -28,7 +28,7 @@ constexpr int lowest_numbers[] = {100, 10};
 fs::path find(const std::string& configuration)
 {
     std::error_code error;
-    const fs::path path = fs::canonical(configuration, error);
+    fs::path path = fs::canonical(configuration, error);
     if (error) {
         throw CLiteXmlException(configuration, 0, "cannot open: " + error.message());
     }

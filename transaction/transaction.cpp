@@ -3,6 +3,7 @@
 #include "transaction/guarded_listing.h"
 
 #include <algorithm>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 
@@ -16,7 +17,7 @@ using Names = std::vector<std::string>;
 
 /// What became of a requested name.
 struct Verdict {
-    Outcome::Kind kind;
+    Outcome::Kind kind = Outcome::not_handled;
     std::string reason;
     std::string message;
 };
@@ -38,6 +39,7 @@ struct Before {
 };
 
 const Verdict done = {Outcome::done, "", ""};
+const Verdict not_listed = {Outcome::not_handled, "not listed", "chkconfig does not list it"};
 const Verdict switched_off_by_others = {Outcome::not_handled, "off",
                                         "it is off, but was not switched off by this program"};
 
@@ -77,9 +79,12 @@ public:
 private:
     std::vector<Wish> resolve(const Ids& ids) const;
     static Names names_of(const std::vector<Wish>& wishes);
+    std::optional<Verdict> judge_switch(const std::string& name, bool on) const;
     Verdict begin_switch(const std::string& name, bool on);
     Verdict end_switch(const std::string& name, bool on, const Ids& handled, const Before& before);
     Verdict judge_mark(const std::string& name, bool flag) const;
+    Verdict end_mark(const std::string& name, bool flag, const Ids& handled,
+                     const std::string& failure, const Verdict& verdict, const Line* before);
     Ids call(const char* operation, bool flag, const Ids& ids, std::string& failure) const;
     Ids ids_of(const std::string& name) const;
     Ids ids_of(const Names& names) const;
@@ -178,29 +183,39 @@ std::vector<Outcome> Transaction::Work::ignore(const Ids& ids, bool flag)
     std::string failure;
     const Ids handled = call("ignore_service", flag, marked_ids, failure);
     for (const std::string& name : marked) {
-        const Ids own = ids_of(name);
-        const bool is_handled =
-            std::find_first_of(own.begin(), own.end(), handled.begin(), handled.end()) != own.end();
-        Verdict& verdict = verdicts[name];
-        if (is_handled) {
-            verdict = done;
-        } else if (verdict.kind == Outcome::done &&
-                   (flag || !failure.empty() || !m_machine.view_of(name).is_unlisted())) {
-            verdict = {Outcome::not_handled, "not verified",
-                       "not verified: " +
-                           (failure.empty() ? "the configuration was replaced" : failure)};
-        }
         const auto old = before.find(name);
-        if (flag && !is_handled) {
-            m_machine.set_line(name, old == before.end() ? nullptr : &old->second);
-        } else if (flag && old != before.end()) {
-            m_say(name + " is on in run levels " + m_machine.view_of(name).level +
-                  " and was on in " + old->second.levels +
-                  " before it was switched off: these run levels are forgotten");
-        }
+        verdicts[name] = end_mark(name, flag, handled, failure, verdicts[name],
+                                  old == before.end() ? nullptr : &old->second);
     }
     m_machine.save();
     return outcomes(wishes, verdicts);
+}
+
+/// Decides what became of a name that the module was to mark, and of its line. `verdict` is the one
+/// before the module's call, `before` the line then.
+Verdict Transaction::Work::end_mark(const std::string& name, bool flag, const Ids& handled,
+                                    const std::string& failure, const Verdict& verdict,
+                                    const Line* before)
+{
+    const Ids own = ids_of(name);
+    const bool is_handled =
+        std::find_first_of(own.begin(), own.end(), handled.begin(), handled.end()) != own.end();
+    if (is_handled && flag && before != nullptr) {
+        m_say(name + " is on in run levels " + m_machine.view_of(name).level + " and was on in " +
+              before->levels + " before it was switched off: these run levels are forgotten");
+    }
+    if (is_handled) {
+        return done;
+    }
+    if (flag) {
+        m_machine.set_line(name, before);
+    }
+    const bool is_off = !flag && failure.empty() && m_machine.view_of(name).is_unlisted();
+    if (verdict.kind != Outcome::done || is_off) {
+        return verdict;
+    }
+    return {Outcome::not_handled, "not verified",
+            "not verified: " + (failure.empty() ? "the configuration was replaced" : failure)};
 }
 
 /// Has the module change services. Returns the ids that it handled, ascending. If the operation
@@ -255,35 +270,49 @@ std::vector<Wish> Transaction::Work::resolve(const Ids& ids) const
     return wishes;
 }
 
-/// Decides what a switching call does with a name. Outcome::done means that the module is to switch
-/// it: then its entries are in the state from which the operation starts, and it has a line.
-Verdict Transaction::Work::begin_switch(const std::string& name, bool on)
+/// The verdict on a name that is not to be switched, whatever the module could do with it.
+std::optional<Verdict> Transaction::Work::judge_switch(const std::string& name, bool on) const
 {
     const View view = m_machine.view_of(name);
     const Line* const line = m_machine.line_of(name);
     if (!view.is_configured) {
-        return {Outcome::not_handled, "not configured", "not configured any more"};
+        return Verdict{Outcome::not_handled, "not configured", "not configured any more"};
     }
     if (!is_recordable(name)) {
-        return {Outcome::not_handled, "state " + std::to_string(view.op),
-                "its name has a blank, a control character or a '#' in front"};
+        return Verdict{Outcome::not_handled, "state " + std::to_string(view.op),
+                       "its name has a blank, a control character or a '#' in front"};
     }
     if (line == nullptr ? view.op == ignored : line->state == State::ignored) {
-        return {Outcome::not_handled, "ignored", "it is marked as ignored"};
+        return Verdict{Outcome::not_handled, "ignored", "it is marked as ignored"};
     }
-    if (line == nullptr && view.is_unlisted() && view.level != "off") {
-        return {Outcome::not_handled, "not listed", "chkconfig does not list it"};
-    }
-    if (line == nullptr && view.is_unlisted() && on) {
+    bool is_there_already = false;
+    if (line != nullptr) {
+        is_there_already =
+            !on && (view.is_off() || (view.is_unlisted() && line->state == State::off));
+    } else if (!view.is_unlisted()) {
+        is_there_already = on && view.is_on();
+    } else if (view.level != "off") {
+        return not_listed;
+    } else if (on) {
         return switched_off_by_others;
+    } else {
+        is_there_already = true;
     }
-    const bool is_off_already =
-        line == nullptr ? view.is_unlisted()
-                        : view.is_off() || (view.is_unlisted() && line->state == State::off);
-    if (on ? line == nullptr && view.is_on() : is_off_already) {
-        return {Outcome::unchanged, "", on ? "already on" : "already off"};
+    if (is_there_already) {
+        return Verdict{Outcome::unchanged, "", on ? "already on" : "already off"};
     }
+    return std::nullopt;
+}
 
+/// Decides what a switching call does with a name. Outcome::done means that the module is to switch
+/// it: then its entries are in the state from which the operation starts, and it has a line.
+Verdict Transaction::Work::begin_switch(const std::string& name, bool on)
+{
+    if (const std::optional<Verdict> verdict = judge_switch(name, on)) {
+        return *verdict;
+    }
+    const View view = m_machine.view_of(name);
+    const Line* const line = m_machine.line_of(name);
     const int start = on ? optimized : none;
     if (line != nullptr && (view.is_unlisted() || line->state == State::partly)) {
         const bool is_partly_on = view.is_on() && !on;
@@ -374,9 +403,7 @@ Verdict Transaction::Work::judge_mark(const std::string& name, bool flag) const
         return done;
     }
     if (view.is_unlisted()) {
-        return view.level == "off"
-                   ? switched_off_by_others
-                   : Verdict{Outcome::not_handled, "not listed", "chkconfig does not list it"};
+        return view.level == "off" ? switched_off_by_others : not_listed;
     }
     return {Outcome::not_handled, "state " + std::to_string(view.op),
             "its entry in the configuration cannot be marked"};
@@ -445,7 +472,7 @@ std::vector<Outcome> Transaction::Work::outcomes(const std::vector<Wish>& wishes
     return all;
 }
 
-Transaction::Transaction(const std::string& configuration, Call call, Say say)
+Transaction::Transaction(const std::string& configuration, Call call, const Say& say)
     : m_work(new Work(configuration, std::move(call), say))
 {
 }

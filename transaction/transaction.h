@@ -50,7 +50,7 @@ class Transaction
 {
 public:
     /// Waits for the lock, and reads the configuration and the record. Throws as the operations do.
-    Transaction(const std::string& configuration, Call call, Say say);
+    Transaction(const std::string& configuration, Call call, const Say& say);
     ~Transaction();
 
     /// The configured services as they were read last, in the order of the file. Valid until the
