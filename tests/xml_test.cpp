@@ -67,10 +67,10 @@ TEST_F(XmlTest, RefusesWhatIsNoDocument)
         {"<?xml version='1.0' encoding = 'GBK'?><r/>", ":1: .*GBK"},
         {"\xEF\xBB\xBF<?xml version='1.0' encoding='GBK'?><r/>", ":1: .*GBK"},
         {"<?xml version='1.0' encoding='ascii'?>\n<r/>\n中", ":1: .*(ascii|encoding)"}};
-    for (const auto& [text, reason] : table) {
+    for (const auto& row : table) {
         load("<old/>");
-        EXPECT_THAT([&] { load(text); }, throws(string("^conf.xml") + reason));
-        EXPECT_THROW(saved(), CLiteXmlException) << reason;
+        EXPECT_THAT([&] { load(row.first); }, throws(string("^conf.xml") + row.second));
+        EXPECT_THROW(saved(), CLiteXmlException) << row.second;
     }
     ASSERT_EQ(mkfifo("pipe", 0600), 0);
     for (const string path : {"", "missing", "bin", "pipe", "/proc/self/stat"}) {
