@@ -2,8 +2,11 @@
 
 #include "host/standard_streams.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -24,10 +27,21 @@ std::string make_folder()
 
 } // namespace
 
-ScratchFolder::ScratchFolder() : m_path(make_folder()), m_visit(m_path) {}
+ScratchFolder::ScratchFolder()
+    : m_earlier(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)), m_path(make_folder())
+{
+    if (!m_earlier.is_open() || chdir(m_path.c_str()) != 0) {
+        const int reason = errno;
+        rmdir(m_path.c_str());
+        errno = reason;
+        fail(m_path);
+    }
+}
 
 ScratchFolder::~ScratchFolder()
 {
+    // If this fails, the module finds no configuration any more and reports that.
+    static_cast<void>(fchdir(m_earlier.get()) == 0);
     std::error_code ignored;
     fs::remove_all(m_path, ignored);
 }

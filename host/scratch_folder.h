@@ -1,7 +1,7 @@
 // A scratch folder to work in.
 #pragma once
 
-#include "host/working_folder.h"
+#include "framework/descriptor.h"
 
 #include <string>
 
@@ -21,8 +21,8 @@ public:
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
 private:
+    fwbase::Descriptor m_earlier;
     std::string m_path;
-    FolderVisit m_visit;
 };
 
 } // namespace host

@@ -5,7 +5,6 @@
 #include "host/standard_streams.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <filesystem>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -104,20 +103,6 @@ std::string missing_configuration()
     const std::string text = "no configuration: there is no " + here;
     return is_missing(installed_configuration()) ? text + " and no " + installed_configuration()
                                                  : text;
-}
-
-FolderVisit::FolderVisit(const std::string& folder)
-    : m_earlier(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC))
-{
-    if (!m_earlier.is_open() || chdir(folder.c_str()) != 0) {
-        fail(folder);
-    }
-}
-
-FolderVisit::~FolderVisit()
-{
-    // If this fails, the module finds no configuration any more and reports that.
-    static_cast<void>(fchdir(m_earlier.get()) == 0);
 }
 
 } // namespace host

@@ -1,8 +1,6 @@
 // The folder with the configuration, in which the module works.
 #pragma once
 
-#include "framework/descriptor.h"
-
 #include <optional>
 #include <string>
 
@@ -18,20 +16,5 @@ void enter_working_folder(const std::optional<std::string>& directory);
 
 /// Says that there is no configuration, and in which places; empty if there is one.
 std::string missing_configuration();
-
-/// Makes a folder the working directory; the destructor returns to the earlier one. Not for several
-/// threads.
-class FolderVisit
-{
-public:
-    /// Throws std::runtime_error, which names the folder.
-    explicit FolderVisit(const std::string& folder);
-    ~FolderVisit();
-    FolderVisit(const FolderVisit&) = delete;
-    FolderVisit& operator=(const FolderVisit&) = delete;
-
-private:
-    fwbase::Descriptor m_earlier;
-};
 
 } // namespace host
