@@ -78,7 +78,7 @@ bool Optimize_Option::SetOSService(const Ids& ids, std::vector<int>& done, bool 
     if (!CConf::GetServiceFromConfigByOp(services, op)) {
         return false;
     }
-    done.reserve(done.size() + ids.size()); // nothing may fail between a switch and its record
+    done.reserve(done.size() + ids.size()); // so that adding a switched id cannot fail
     for (const unsigned int unsigned_id : ids) {
         const int id = static_cast<int>(unsigned_id); // bit for bit: 4294967295 is the entry -1
         ServiceOptimize service;
