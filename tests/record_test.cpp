@@ -144,7 +144,8 @@ TEST_F(RecordTest, ForgetsNothing)
          "still on in run levels 2345", 1},
         {"echo '[ ! -e first ] || exit 1; : >first' >listing; $H optimize_service cups",
          R"("reason":"not verified")", "not verified", 1, false},
-        {"$H ignore_service on cups; cp old " CONF "; $H optimize_service cups",
+        {"$H ignore_service on cups; $H restore_service cups; cp old " CONF
+         "; $H optimize_service cups",
          R"("reason":"ignored")", "it is marked as ignored", 1},
         {"$H ignore_service on cups; bin/real --level 2345 cups off; " + list +
          "$H ignore_service off 3 3; bin/real --level 2345 cups on; $H optimize_service cups; " +
