@@ -187,7 +187,11 @@ std::vector<Outcome> Transaction::Work::ignore(const Ids& ids, bool flag)
         verdicts[name] = end_mark(name, flag, handled, failure, verdicts[name],
                                   old == before.end() ? nullptr : &old->second);
     }
-    m_machine.save();
+    try {
+        m_machine.save();
+    } catch (const std::exception& error) { // the marks that were made are recorded already
+        m_say(error.what());
+    }
     return outcomes(wishes, verdicts);
 }
 
@@ -321,7 +325,7 @@ Verdict Transaction::Work::begin_switch(const std::string& name, bool on)
     }
     for (const std::size_t position : m_machine.configuration().find(name)) {
         const Entry& entry = m_machine.configuration().entries()[position];
-        if (entry.op == start && is_level(entry.level) && is_recordable(name)) {
+        if (entry.op == start && is_level(entry.level)) {
             const Line begun = {on ? State::switching_on : State::switching_off, entry.level,
                                 line == nullptr ? now() : line->since};
             m_machine.set_line(name, &begun);
@@ -332,8 +336,7 @@ Verdict Transaction::Work::begin_switch(const std::string& name, bool on)
             "its entry in the configuration cannot be switched"};
 }
 
-/// Decides what became of a name that the module was to switch, and of its line. `first` is what
-/// the first listing showed, `before` the line after it.
+/// Decides what became of a name that the module was to switch, and of its line.
 Verdict Transaction::Work::end_switch(const std::string& name, bool on, const Ids& handled,
                                       const Before& before)
 {
