@@ -304,8 +304,7 @@ public:
         }
     }
 
-private:
-    /// The node, if it has attributes and selections.
+    /// The node, if it has attributes, selections and children.
     xmlNode* element() const
     {
         if (m_node == nullptr || m_node->type != XML_ELEMENT_NODE) {
@@ -313,6 +312,8 @@ private:
         }
         return m_node;
     }
+
+private:
     /// Another Node may have created the attribute. Attributes are never removed.
     bool exists()
     {
@@ -347,6 +348,13 @@ IXmlNode* NodeList::item(int position)
         fail(m_context, "the position is outside the list");
     }
     return new Node(m_nodes[static_cast<std::size_t>(position)]);
+}
+
+/// The blanks in front of an element; null without.
+xmlNode* indentation_of(const xmlNode* element)
+{
+    xmlNode* const before = element == nullptr ? nullptr : element->prev;
+    return before != nullptr && xmlIsBlankNode(before) == 1 ? before : nullptr;
 }
 
 class Document final : public IXmlDocument
@@ -389,6 +397,47 @@ private:
 };
 
 } // namespace
+
+void add_element(IXmlNode& parent, const char* name,
+                 const std::vector<std::pair<const char*, std::string>>& attributes)
+{
+    xmlNode* const above = static_cast<Node&>(parent).element();
+    auto element =
+        own(xmlNewDocNode(above->doc, nullptr, checked(above, name), nullptr), xmlFreeNode);
+    {
+        const Errors errors(file_of(above), "create an element");
+        errors.require(element != nullptr);
+    }
+    Node created(element.get());
+    for (const auto& [attribute, value] : attributes) {
+        created.attribute(attribute)->setValue(value.c_str());
+    }
+    xmlNode* const last = xmlLastElementChild(above);
+    const xmlNode* const blanks = indentation_of(last);
+    auto indentation = own(
+        blanks == nullptr ? nullptr : xmlDocCopyNode(const_cast<xmlNode*>(blanks), above->doc, 0),
+        xmlFreeNode);
+    const Errors errors(file_of(above), "create an element");
+    errors.require(indentation != nullptr || blanks == nullptr);
+    if (last == nullptr) {
+        xmlAddChild(above, element.release());
+        return;
+    }
+    // Adding it first would merge two texts.
+    xmlNode* const added = xmlAddNextSibling(last, element.release());
+    if (indentation != nullptr) {
+        xmlAddPrevSibling(added, indentation.release());
+    }
+}
+
+void remove_element(IXmlNode& element)
+{
+    xmlNode* const node = static_cast<Node&>(element).element();
+    const auto blanks = own(indentation_of(node), xmlFreeNode);
+    const auto removed = own(node, xmlFreeNode);
+    xmlUnlinkNode(blanks.get());
+    xmlUnlinkNode(node);
+}
 
 IXmlDocument* new_xml_document()
 {
