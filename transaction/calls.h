@@ -26,4 +26,13 @@ using Call =
 /// Takes a message for people, one line in UTF-8.
 using Say = std::function<void(const std::string& message)>;
 
+/// How long a call waits for the lock.
+struct Waiting {
+    /// At most this long; negative: without a bound.
+    long seconds = -1;
+    /// Called many times a second while the call waits, if it is set. What it throws ends the
+    /// waiting.
+    std::function<void()> check;
+};
+
 } // namespace transaction

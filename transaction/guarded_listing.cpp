@@ -37,9 +37,11 @@ void require_agreement(const std::vector<Entry>& entries, const std::vector<Repl
 
 } // namespace
 
-GuardedListing::GuardedListing(const std::string& configuration, Call call, Say say)
-    : m_lock(configuration, say), m_call(std::move(call)), m_say(std::move(say)),
-      m_record(m_lock.place()), m_configuration(configuration), m_lines(m_record.read())
+GuardedListing::GuardedListing(const std::string& configuration, Call call, Say say,
+                               const Waiting& waiting)
+    : m_lock(configuration, say, Lock::Create::yes, waiting), m_call(std::move(call)),
+      m_say(std::move(say)), m_record(m_lock.place()), m_configuration(configuration),
+      m_lines(m_record.read())
 {
 }
 

@@ -34,7 +34,7 @@ public:
     using Names = std::vector<std::string>;
 
     /// Waits for the lock, and reads the configuration and the record.
-    GuardedListing(const std::string& configuration, Call call, Say say);
+    GuardedListing(const std::string& configuration, Call call, Say say, const Waiting& waiting);
 
     /// The first listing of a call, settled and recorded. `named` are the services that the call
     /// names, `switched` those of them that it is to switch. Says which services are kept as

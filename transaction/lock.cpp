@@ -2,6 +2,7 @@
 
 #include "framework/owned.h"
 #include "framework/xml.h"
+#include "transaction/lock_holder.h"
 #include "transaction/private_file.h"
 
 #include <atomic>
@@ -58,19 +59,6 @@ void require_configuration(const Place& place)
     }
 }
 
-/// Opens the place of the configuration. Throws CLiteXmlException unless it is one.
-Place open_place(const std::string& configuration)
-{
-    const fs::path path = find(configuration);
-    Place place{path.string(), fwbase::Descriptor(open(path.parent_path().c_str(),
-                                                       O_RDONLY | O_DIRECTORY | O_CLOEXEC))};
-    if (!place.folder.is_open()) {
-        fail(path.parent_path().string());
-    }
-    require_configuration(place);
-    return place;
-}
-
 PrivateFile open_lock_file(const Place& place, const std::string& path, Lock::Create create)
 {
     for (;;) {
@@ -118,10 +106,10 @@ void make_private(int file)
 }
 
 /// Returns false if somebody else has it.
-bool try_lock(const Say& say, const std::string& path, int file, int flags)
+bool try_lock(const Say& say, const std::string& path, int file)
 {
     static std::atomic<bool> is_told{false};
-    if (flock(file, LOCK_EX | flags) == 0) {
+    if (flock(file, LOCK_EX | LOCK_NB) == 0) {
         return true;
     }
     switch (errno) {
@@ -141,27 +129,60 @@ bool try_lock(const Say& say, const std::string& path, int file, int flags)
     }
 }
 
-/// Waits for as long as somebody else has it.
-void wait_for(const Say& say, const std::string& path, int file)
+/// The waiting of one call, which may have to lock several files one after the other.
+class Waiter
 {
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
-    while (!try_lock(say, path, file, LOCK_NB)) {
-        if (Clock::now() < end) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            continue;
+public:
+    Waiter(const Say& say, const Waiting& waiting) : m_say(say), m_waiting(waiting) {}
+
+    /// Waits until nobody else has it. Throws std::runtime_error if that takes too long.
+    void lock(const std::string& path, int file)
+    {
+        while (!try_lock(m_say, path, file)) {
+            const Clock::duration waited = Clock::now() - m_start;
+            if (m_waiting.seconds >= 0 && waited >= std::chrono::seconds(m_waiting.seconds)) {
+                const std::string seconds = std::to_string(m_waiting.seconds);
+                throw std::runtime_error(path + ": another call has not ended" +
+                                         (seconds == "0" ? "" : " within " + seconds + " s") +
+                                         holder_of(file));
+            }
+            if (!m_is_told && waited >= std::chrono::seconds(1)) {
+                m_say(path + ": waiting for another call to end" + holder_of(file));
+                m_is_told = true;
+            }
+            if (m_waiting.check) {
+                m_waiting.check();
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(m_is_told ? 50 : 5));
         }
-        say(path + ": waiting for another call to end");
-        while (!try_lock(say, path, file, 0)) {
-        }
-        return;
     }
-}
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    const Say& m_say;
+    const Waiting& m_waiting;
+    const Clock::time_point m_start = Clock::now();
+    bool m_is_told = false;
+};
 
 } // namespace
 
-Lock::Lock(const std::string& configuration, const Say& say, Create create)
+Place open_place(const std::string& configuration)
 {
+    const fs::path path = find(configuration);
+    Place place{path.string(), fwbase::Descriptor(open(path.parent_path().c_str(),
+                                                       O_RDONLY | O_DIRECTORY | O_CLOEXEC))};
+    if (!place.folder.is_open()) {
+        fail(path.parent_path().string());
+    }
+    require_configuration(place);
+    return place;
+}
+
+Lock::Lock(const std::string& configuration, const Say& say, Create create, const Waiting& waiting)
+{
+    Waiter waiter(say, waiting);
     for (;;) {
         m_place = open_place(configuration);
         const std::string path = m_place.path + ".lock";
@@ -170,7 +191,7 @@ Lock::Lock(const std::string& configuration, const Say& say, Create create)
             return;
         }
         make_private(file.number());
-        wait_for(say, path, file.number());
+        waiter.lock(path, file.number());
         if (is_current(configuration, m_place, path, file.number())) {
             for (const int lowest : lowest_numbers) {
                 if (!m_file.is_open()) { // not closed on exec: commands inherit it

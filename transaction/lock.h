@@ -16,6 +16,10 @@ struct Place {
     fwbase::Descriptor folder;
 };
 
+/// Opens the place of a configuration. Throws CLiteXmlException if it is missing or is not one, and
+/// std::runtime_error if the folder cannot be opened.
+Place open_place(const std::string& configuration);
+
 /// Holds the exclusive lock on a configuration: a lock on the empty file "conf.xml.lock" beside it.
 ///
 /// The commands that the module starts inherit the descriptor, and the lock ends when the last copy
@@ -29,10 +33,11 @@ public:
     /// Waits for the lock. Says so if that takes longer than a second, and once per process if the
     /// file system cannot lock. With Create::no, nothing is locked if there is no lock file.
     ///
-    /// Throws CLiteXmlException if the configuration is missing or is not one; nothing is created
-    /// then. Throws std::runtime_error, which names the file, if the lock file is not a private
-    /// regular file of this user, or cannot be locked.
-    Lock(const std::string& configuration, const Say& say, Create create = Create::yes);
+    /// Throws as open_place does; nothing is created then. Throws std::runtime_error, which names
+    /// the file, if the lock file is not a private regular file of this user, or cannot be locked
+    /// in time; then the text also names the process that holds it, if that is known.
+    Lock(const std::string& configuration, const Say& say, Create create = Create::yes,
+         const Waiting& waiting = Waiting());
 
     const Place& place() const { return m_place; }
 

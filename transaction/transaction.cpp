@@ -62,9 +62,9 @@ std::string position_of(const View& view, const std::string& levels)
 class Transaction::Work
 {
 public:
-    Work(const std::string& configuration, Call call, const Say& say)
+    Work(const std::string& configuration, Call call, const Say& say, const Waiting& waiting)
         : m_path(configuration), m_call(std::move(call)), m_say(say),
-          m_machine(configuration, m_call, say)
+          m_machine(configuration, m_call, say, waiting)
     {
     }
 
@@ -475,8 +475,9 @@ std::vector<Outcome> Transaction::Work::outcomes(const std::vector<Wish>& wishes
     return all;
 }
 
-Transaction::Transaction(const std::string& configuration, Call call, const Say& say)
-    : m_work(new Work(configuration, std::move(call), say))
+Transaction::Transaction(const std::string& configuration, Call call, const Say& say,
+                         const Waiting& waiting)
+    : m_work(new Work(configuration, std::move(call), say, waiting))
 {
 }
 

@@ -28,6 +28,8 @@ struct Outcome {
     Kind kind;
     std::string reason;  ///< why it was not handled: a word or two for programs
     std::string message; ///< the reason as a sentence for people
+    /// False for a service that is recorded but not configured.
+    bool has_id = true;
 };
 
 /// One call, from the lock to the verified result. Make one object per call.
@@ -50,7 +52,8 @@ class Transaction
 {
 public:
     /// Waits for the lock, and reads the configuration and the record. Throws as the operations do.
-    Transaction(const std::string& configuration, Call call, const Say& say);
+    Transaction(const std::string& configuration, Call call, const Say& say,
+                const Waiting& waiting = Waiting());
     ~Transaction();
 
     /// The configured services as they were read last, in the order of the file. Valid until the
