@@ -70,7 +70,7 @@ void require(const Calls& calls)
     for (const host::Call& call : calls) {
         const auto block = host::make_call_block(call);
         ec::EC result = 0;
-        const auto reply = host::run_call(
+        const auto reply = host::call_module(
             module(), *block, [](const auto&) {}, result);
         if (!reply || !ec::succeeded(reply->code())) {
             std::fprintf(stderr, "%s failed in %s\n", call.operation.c_str(),

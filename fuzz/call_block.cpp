@@ -11,7 +11,7 @@ int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
     FuzzWorkspace::write_conf("<info id='1' level='off'/><info id='2' name='&amp;' op='1'/>"
                               "<info id='3' op='2'/>");
     ec::EC code = 0;
-    const auto reply = host::run_call(
+    const auto reply = host::call_module(
         *rpc_ireal_Optimize_Option(), *raw_block(std::string(data, data + size)),
         [](const fwbase::Message&) {}, code);
     assert(ec::succeeded(code) == (reply != nullptr));

@@ -80,9 +80,9 @@ owned<fwbase::IDataBlock> make_call_block(const Call& call)
     return block;
 }
 
-owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
-                                const std::function<void(const fwbase::Message&)>& on_item,
-                                ec::EC& result)
+owned<fwbase::Message> call_module(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
+                                   const std::function<void(const fwbase::Message&)>& on_item,
+                                   ec::EC& result)
 {
     ReplyReceiver receiver(on_item);
     fwbase::IDataBlock* out = nullptr;

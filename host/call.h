@@ -25,16 +25,19 @@ struct Call {
     Arguments arguments;
     /// Services by id or name, if one of them is a name. They become the ids before the call.
     std::vector<std::string> services = {};
+    bool is_for_all = false;      ///< instead of services: all that are switched off
+    std::string description = {}; ///< of a new candidate; UTF-8
 };
 
 /// Encodes a call as a block with an empty header extension. Throws std::bad_alloc.
 owned<fwbase::IDataBlock> make_call_block(const Call& call);
 
-/// Runs an encoded call. Passes each reply that the operation sends while it runs to `on_item`, and
-/// returns the final reply, or null if there is none. `result` receives the code of call_func.
-owned<fwbase::Message> run_call(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
-                                const std::function<void(const fwbase::Message&)>& on_item,
-                                ec::EC& result);
+/// Makes an encoded call of the module. Passes each reply that the operation sends while it runs to
+/// `on_item`, and returns the final reply, or null if there is none. `result` receives the code of
+/// call_func.
+owned<fwbase::Message> call_module(rpc::IIfaceRealize& interface, const fwbase::IDataBlock& block,
+                                   const std::function<void(const fwbase::Message&)>& on_item,
+                                   ec::EC& result);
 
 /// Appends what a reply lists: services, or only the ids of services.
 void add_replies(const fwbase::Message& message, std::vector<transaction::Reply>& replies);

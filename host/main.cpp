@@ -34,8 +34,8 @@ bool read_line(std::FILE* in, std::string& line)
 
 /// Runs the call in a line or on the command line, and prints why it is not one.
 template <class GetWords>
-ExitStatus run_call(GetWords get_words, const std::string& origin, host::CallRunner& runner,
-                    host::Printer& printer)
+ExitStatus run_words(GetWords get_words, const std::string& origin, host::CallRunner& runner,
+                     host::Printer& printer)
 {
     try {
         const std::vector<std::string> words = get_words();
@@ -57,7 +57,7 @@ ExitStatus run_lines(std::FILE* in, std::FILE* out, host::CallRunner& runner,
     for (int number = 1; read_line(in, line); ++number) {
         const std::string origin = host::input_name + (":" + std::to_string(number)) + ": ";
         worst = std::max(worst,
-                         run_call([&line] { return host::split(line); }, origin, runner, printer));
+                         run_words([&line] { return host::split(line); }, origin, runner, printer));
         host::require_written(out);
     }
     if (std::ferror(in) != 0) {
@@ -66,27 +66,26 @@ ExitStatus run_lines(std::FILE* in, std::FILE* out, host::CallRunner& runner,
     return worst;
 }
 
-ExitStatus run(const Options& options)
+/// Loads the module and runs the calls: that of the command line, or those of `in` unless it is
+/// null.
+ExitStatus serve(const Options& options, std::FILE* in, std::FILE* out)
 {
-    const bool from_input = options.task == Options::Task::calls_from_input;
-    const File in = from_input ? host::take_standard_input() : nullptr;
-    const File out = host::take_standard_output();
     const std::unique_ptr<host::Printer> printer =
-        options.json ? host::json_printer(out.get()) : host::table_printer(out.get(), stderr);
+        options.json ? host::json_printer(out) : host::table_printer(out, stderr, options.is_full);
     // Relative paths start at the present working directory.
     const host::Module module(options.module);
-    host::make_search_path_absolute();
-    try {
-        host::enter_working_folder(options.directory);
-    } catch (const std::runtime_error& error) {
-        printer->refused(error.what());
-        throw;
+    setenv("PATH", host::complete_search_path(std::getenv("PATH")).c_str(), 1);
+    host::enter_working_folder(options.directory);
+    transaction::Waiting waiting;
+    if (options.wait) {
+        waiting.seconds = *options.wait;
     }
-    host::CallRunner runner(module.interface(), *printer, options.is_rehearsal);
+    waiting.check = [out] { host::require_reader(out); };
+    host::CallRunner runner(module.interface(), *printer, waiting, options.is_rehearsal);
     const ExitStatus status =
-        from_input ? run_lines(in.get(), out.get(), runner, *printer)
-                   : run_call([&options] { return options.words; }, "", runner, *printer);
-    host::require_written(out.get());
+        in != nullptr ? run_lines(in, out, runner, *printer)
+                      : run_words([&options] { return options.words; }, "", runner, *printer);
+    host::require_written(out);
     return status;
 }
 
@@ -96,30 +95,35 @@ int main(int argc, char** argv)
 {
     // gettext prefers it to LC_ALL, with which the module asks chkconfig for English words.
     unsetenv("LANGUAGE");
+    Options options;
+    File out; // standard output, once the module's is another
+    const auto give_up = [&](const std::string& reason, ExitStatus status) {
+        complain(reason);
+        if (options.json) {
+            host::json_printer(out ? out.get() : stdout)->refused(reason);
+        }
+        return status;
+    };
     try {
         host::prepare_signals();
         host::open_standard_error();
-        const Options options = host::parse_options(argc, argv);
-        switch (options.task) {
-        case Options::Task::help:
-            std::fputs(host::help, stdout);
-            break;
-        case Options::Task::version:
-            std::puts("optimize_host " PROJECT_VERSION);
-            break;
-        default:
-            return run(options);
+        host::parse_options(argc, argv, options);
+        if (options.task == Options::Task::help || options.task == Options::Task::version) {
+            std::fputs(options.task == Options::Task::help ? host::help().c_str()
+                                                           : "optimize_host " PROJECT_VERSION "\n",
+                       stdout);
+            host::require_written(stdout);
+            return host::success;
         }
-        host::require_written(stdout);
-        return host::success;
+        const bool from_input = options.task == Options::Task::calls_from_input;
+        const File in = from_input ? host::take_standard_input() : nullptr;
+        out = host::take_standard_output();
+        return serve(options, in.get(), out.get());
     } catch (const UsageError& error) {
-        complain(std::string(error.what()) + "; see optimize_host --help");
-        return host::wrong_usage;
+        return give_up(std::string(error.what()) + "; see optimize_host --help", host::wrong_usage);
     } catch (const std::bad_alloc&) {
-        complain("out of memory");
-        return host::no_reply;
+        return give_up("out of memory", host::no_reply);
     } catch (const std::exception& error) {
-        complain(error.what());
-        return host::no_reply;
+        return give_up(error.what(), host::no_reply);
     }
 }

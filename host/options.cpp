@@ -1,8 +1,8 @@
 #include "host/options.h"
 
 #include "host/module.h"
+#include "host/operation.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -17,54 +17,20 @@ namespace host
 
 const char* const installed_directory = INSTALLED_DIRECTORY;
 
-const char* const help =
-    R"(Usage: optimize_host [OPTION...] OPERATION [ARGUMENT...]
-       optimize_host [OPTION...] -      read calls from standard input
-
-Lists, switches off and restores services through an Optimize_Option module.
-A SERVICE is a name or an id of ls_service.
-
-  ls_service                         list the candidate services and their states
-  optimize_service SERVICE...        switch services off
-  restore_service SERVICE...         switch them back on
-  ignore_service on|off SERVICE...   mark services as ignored, or remove the mark
-  get_optimize_sorce | get_optimize_num    print the score, the count
-  set_optimize_sorce SCORE           set the score
-  attributes | operations            describe the interface | list all operations
-
-  -C, --directory DIR    work in DIR, instead of here or )" INSTALLED_DIRECTORY R"(
-  -m, --module FILE      load FILE instead of the installed module
-  -j, --json             print one JSON object per line
-  -n, --dry-run          only say which services would be changed
-  -h, --help  -V, --version   print this help, or the version
-
-Examples: optimize_host optimize_service cups rsync
-          printf 'ignore_service on atd\nls_service\n' | optimize_host --json -
-Exit: 0 success, 1 operation failed, 2 wrong usage, 3 no module, reply or output
-)";
-
 namespace
 {
 
-/// The arguments of the operations with a prefix.
-struct Usage {
-    std::string_view prefix;
-    const char* arguments;
-};
-
-constexpr Usage usages[] = {{"set_", " NUMBER"},
-                            {"ignore_service", " on|off SERVICE..."},
-                            {"optimize_service", " SERVICE..."},
-                            {"restore_service", " SERVICE..."},
-                            {"ignore_", " on|off ID..."},
-                            {"optimize_", " ID..."},
-                            {"restore_", " ID..."},
-                            {"", ""}};
-
-bool begins_with(const std::string& text, std::string_view start)
-{
-    return text.compare(0, start.size(), start) == 0;
-}
+constexpr const char* short_options = ":C:m:jnw:hV";
+constexpr option long_options[] = {{"directory", required_argument, nullptr, 'C'},
+                                   {"module", required_argument, nullptr, 'm'},
+                                   {"json", no_argument, nullptr, 'j'},
+                                   {"dry-run", no_argument, nullptr, 'n'},
+                                   {"wait", required_argument, nullptr, 'w'},
+                                   {"full", no_argument, nullptr, 'f'},
+                                   {"all", no_argument, nullptr, 'a'},
+                                   {"help", no_argument, nullptr, 'h'},
+                                   {"version", no_argument, nullptr, 'V'},
+                                   {nullptr, 0, nullptr, 0}};
 
 bool to_flag(const std::string& text)
 {
@@ -81,56 +47,208 @@ std::string refusal_of(const std::string& word)
     if (optopt == 0) {
         return word + ": no such option";
     }
-    if (std::strchr("CmjnhV", optopt) != nullptr) {
+    if (std::strchr("CmjnwfahV", optopt) != nullptr) {
         // optopt is a known letter, so its long option was given an argument it does not take.
         return word + ": takes no argument";
     }
     return std::string("-") + static_cast<char>(optopt) + ": no such option";
 }
 
-} // namespace
-
-Options parse_options(int argc, char** argv)
+/// Takes an option that getopt_long found. Throws UsageError.
+void take_option(int letter, const char* word, Options& options)
 {
-    static const option long_options[] = {{"directory", required_argument, nullptr, 'C'},
-                                          {"module", required_argument, nullptr, 'm'},
-                                          {"json", no_argument, nullptr, 'j'},
-                                          {"dry-run", no_argument, nullptr, 'n'},
-                                          {"help", no_argument, nullptr, 'h'},
-                                          {"version", no_argument, nullptr, 'V'},
-                                          {nullptr, 0, nullptr, 0}};
-    Options options;
-    options.module = installed_module();
-    opterr = 0;
-    for (int letter = 0;
-         (letter = getopt_long(argc, argv, ":C:m:jnhV", long_options, nullptr)) != -1;) {
-        switch (letter) {
-        case 'C':
-            options.directory = optarg;
-            break;
-        case 'm':
-            options.module = optarg;
-            break;
-        case 'j':
-            options.json = true;
-            break;
-        case 'n':
-            options.is_rehearsal = true;
-            break;
-        case 'h':
-            options.task = Options::Task::help;
-            return options;
-        case 'V':
-            options.task = Options::Task::version;
-            return options;
-        case ':':
-            throw UsageError(std::string(argv[optind - 1]) + ": the argument is missing");
-        default:
-            throw UsageError(refusal_of(argv[optind - 1]));
+    switch (letter) {
+    case 'C':
+        options.directory = optarg;
+        break;
+    case 'm':
+        options.module = optarg;
+        break;
+    case 'j':
+        options.json = true;
+        break;
+    case 'n':
+        options.is_rehearsal = true;
+        break;
+    case 'w':
+        options.wait = to_number(optarg);
+        break;
+    case 'f':
+        options.is_full = true;
+        break;
+    case 'a':
+        options.words.emplace_back("--all");
+        break;
+    case 'h':
+        options.task = Options::Task::help;
+        break;
+    case 'V':
+        options.task = Options::Task::version;
+        break;
+    case ':':
+        throw UsageError(std::string(word) + ": the argument is missing");
+    default:
+        throw UsageError(refusal_of(word));
+    }
+}
+
+/// The words of a call behind the operation.
+class Words
+{
+public:
+    explicit Words(const std::vector<std::string>& words)
+        : m_next(words.begin() + 1), m_end(words.end())
+    {
+    }
+
+    const std::string& next(const char* what)
+    {
+        require(what);
+        return *m_next++;
+    }
+    /// The remaining ones, at least one.
+    std::vector<std::string> rest(const char* what)
+    {
+        require(what);
+        std::vector<std::string> words(m_next, m_end);
+        m_next = m_end;
+        return words;
+    }
+    bool skip(const char* word)
+    {
+        const bool is_next = m_next != m_end && *m_next == word;
+        m_next += is_next ? 1 : 0;
+        return is_next;
+    }
+    bool are_left() const { return m_next != m_end; }
+
+private:
+    void require(const char* what) const
+    {
+        if (m_next == m_end) {
+            throw UsageError(std::string(what) + " is missing");
         }
     }
-    options.words.assign(argv + optind, argv + argc);
-    if (options.words.empty()) {
+
+    std::vector<std::string>::const_iterator m_next;
+    std::vector<std::string>::const_iterator m_end;
+};
+
+void take_services(const std::vector<std::string>& services, bool are_ids, Call& call)
+{
+    std::vector<unsigned int> ids;
+    for (const std::string& service : services) {
+        if (service.empty()) {
+            throw UsageError("'' is no service");
+        }
+        if (are_ids || is_id(service)) {
+            ids.push_back(to_number(service));
+        }
+    }
+    if (ids.size() == services.size()) {
+        call.arguments.ids = ids;
+    } else {
+        call.services = services;
+    }
+}
+
+void require_name(const std::string& name)
+{
+    if (name.empty() || is_id(name)) {
+        throw UsageError("'" + name + "' is no name" + (name.empty() ? "" : ", but an id"));
+    }
+}
+
+void take_arguments(std::string_view usage, Words& words, Call& call)
+{
+    const auto takes = [usage](const char* what) {
+        return usage.find(what) != std::string_view::npos;
+    };
+    if (takes("SCORE")) {
+        call.arguments.value = to_number(words.next("the score"));
+    }
+    if (takes("on|off")) {
+        call.arguments.flag = to_flag(words.next("on or off"));
+    }
+    if (takes("--all") && words.skip("--all")) {
+        call.is_for_all = true;
+    } else if (takes("ID") || takes("SERVICE")) {
+        take_services(words.rest(takes("ID") ? "the id" : "the service"), takes("ID"), call);
+    } else if (takes("NAME...")) {
+        call.services = words.rest("the name");
+    } else if (takes("NAME")) {
+        call.services = {words.next("the name")};
+        while (words.are_left()) {
+            call.description += (call.description.empty() ? "" : " ") + words.next("");
+        }
+    }
+    if (takes("NAME")) {
+        for (const std::string& name : call.services) {
+            require_name(name);
+        }
+    }
+    if (words.are_left()) {
+        throw UsageError("'" + words.next("") + "' is one argument too many");
+    }
+}
+
+} // namespace
+
+std::string help()
+{
+    std::string text =
+        R"(Usage: optimize_host [OPTION...] OPERATION [ARGUMENT...]
+       optimize_host [OPTION...] -      read calls from standard input
+
+Lists, switches off and restores services through an Optimize_Option module.
+A SERVICE is a name or an id of ls_service.
+
+)";
+    for (const Operation& each : all_operations()) {
+        if (each.summary != nullptr) {
+            const std::string usage = std::string("  ") + each.name + each.arguments;
+            text += usage + std::string(37 - usage.size(), ' ') + each.summary + '\n';
+        }
+    }
+    return text + R"(
+  -C, --directory DIR    work in DIR; without it, here if a configuration is
+                         here, else in )" INSTALLED_DIRECTORY R"(
+  -m, --module FILE      load FILE instead of the installed module
+  -j, --json             print one JSON object per line
+  -n, --dry-run          only say what would be changed
+  -w, --wait SECONDS     give up if another call does not end in time
+      --full             do not cut the rows of a table to the terminal
+  -h, --help             print this help
+  -V, --version          print the version
+
+Examples: optimize_host optimize_service cups rsync
+          printf 'ignore_service on atd\nls_service\n' | optimize_host --json -
+Exit: 0 success, 1 operation failed, 2 wrong usage, 3 no module, reply or output
+)";
+}
+
+void parse_options(int argc, char** argv, Options& options)
+{
+    options.module = installed_module();
+    opterr = 0;
+    std::optional<UsageError> first_error;
+    for (int letter = 0;
+         options.task == Options::Task::call &&
+         (letter = getopt_long(argc, argv, short_options, long_options, nullptr)) != -1;) {
+        try {
+            take_option(letter, argv[optind - 1], options);
+        } catch (const UsageError& error) {
+            first_error = first_error.value_or(error);
+        }
+    }
+    if (first_error) {
+        throw UsageError(*first_error);
+    }
+    if (options.task != Options::Task::call) {
+        return;
+    }
+    options.words.insert(options.words.begin(), argv + optind, argv + argc);
+    if (options.words.empty() || options.words[0] == "--all") {
         throw UsageError("the operation is missing");
     }
     if (options.words[0] == "-") {
@@ -139,7 +257,6 @@ Options parse_options(int argc, char** argv)
             throw UsageError("'" + options.words[1] + "' is one argument too many");
         }
     }
-    return options;
 }
 
 bool is_id(const std::string& word)
@@ -160,54 +277,12 @@ rpc::int32 to_number(const std::string& text)
 Call to_call(const std::vector<std::string>& words)
 {
     Call call{words.front(), {}};
-    const std::string& operation = call.operation;
-    const Usage& usage =
-        *std::find_if(std::begin(usages), std::end(usages), [&operation](const Usage& each) {
-            return begins_with(operation, each.prefix);
-        });
-    const std::string_view arguments = usage.arguments;
-    const auto takes = [arguments](const char* what) {
-        return arguments.find(what) != std::string_view::npos;
-    };
-    auto word = words.begin() + 1;
-    const auto next = [&](const char* what) -> const std::string& {
-        if (word == words.end()) {
-            throw UsageError(std::string(what) + " is missing");
-        }
-        return *word++;
-    };
+    const std::string usage = call.operation + find_operation(call.operation).arguments;
     try {
-        if (takes("NUMBER")) {
-            call.arguments.value = to_number(next("the value"));
-        }
-        if (takes("on|off")) {
-            call.arguments.flag = to_flag(next("on or off"));
-        }
-        if (takes("ID") || takes("SERVICE")) {
-            next(takes("ID") ? "the id" : "the service");
-            const std::vector<std::string> services(word - 1, words.end());
-            word = words.end();
-            std::vector<unsigned int> ids;
-            for (const std::string& service : services) {
-                if (service.empty()) {
-                    throw UsageError("'' is no service");
-                }
-                if (takes("ID") || is_id(service)) {
-                    ids.push_back(to_number(service));
-                }
-            }
-            if (ids.size() == services.size()) {
-                call.arguments.ids = ids;
-            } else {
-                call.services = services;
-            }
-        }
-        if (word != words.end()) {
-            throw UsageError("'" + *word + "' is one argument too many");
-        }
+        Words arguments(words);
+        take_arguments(usage.substr(call.operation.size()), arguments, call);
     } catch (const UsageError& error) {
-        throw UsageError(operation + ": " + error.what() + "; usage: " + operation +
-                         usage.arguments);
+        throw UsageError(call.operation + ": " + error.what() + "; usage: " + usage);
     }
     return call;
 }

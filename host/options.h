@@ -3,6 +3,7 @@
 
 #include "host/call.h"
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -21,7 +22,9 @@ struct Options {
     Task task = Task::call;
     std::string module;                   ///< file to load
     std::optional<std::string> directory; ///< to work in
+    std::optional<unsigned int> wait;     ///< at most so many seconds for the lock
     bool json = false;
+    bool is_full = false;           ///< rows of a table are not cut
     bool is_rehearsal = false;      ///< only say what would be changed
     std::vector<std::string> words; ///< the operation and its arguments
 };
@@ -29,11 +32,11 @@ struct Options {
 /// The folder with the configuration of an installation; absolute.
 extern const char* const installed_directory;
 
-/// Output of `--help`; fits a screen of 24 lines.
-extern const char* const help;
+/// Output of `--help`.
+std::string help();
 
-/// Throws UsageError.
-Options parse_options(int argc, char** argv);
+/// Throws UsageError, after all options were read: the answer depends on `json`.
+void parse_options(int argc, char** argv, Options& options);
 
 /// Whether a word that stands for a service is its id: it has digits only. Otherwise it is a name.
 bool is_id(const std::string& word);
@@ -41,9 +44,8 @@ bool is_id(const std::string& word);
 /// Throws UsageError if it is not a number from 0 to 4294967295.
 rpc::int32 to_number(const std::string& text);
 
-/// Makes a call from an operation's name and its arguments. The prefix of the name decides which
-/// arguments are expected; only the module knows whether the operation exists. Throws UsageError,
-/// whose text names the operation and its arguments.
+/// Makes a call from an operation's name and its arguments, as the table of operations describes
+/// them. Throws UsageError, whose text names the operation and its arguments.
 Call to_call(const std::vector<std::string>& words);
 
 /// Splits a line at white space. Returns no words for a blank line or a comment ('#'). Throws

@@ -16,6 +16,16 @@ namespace
 
 using transaction::Outcome, transaction::Service;
 
+/// The code of an operation that did what was asked.
+constexpr ec::EC done_code = 0x80000000;
+
+/// The outputs of the module's final reply.
+const std::vector<owned<fwbase::Param>>& params_of(const Answer& answer)
+{
+    static const std::vector<owned<fwbase::Param>> none;
+    return answer.reply ? answer.reply->all() : none;
+}
+
 bool is(const owned<fwbase::Param>& param, unsigned type)
 {
     return param->type() == type;
@@ -35,121 +45,197 @@ constexpr std::array<const char*, 4> state_names = {"none", "optimized", "ignore
 constexpr std::array<const char*, state_names.size()> state_colors = {style::plain, style::good,
                                                                       style::noticed, style::bad};
 
-/// A file, and whether it is coloured.
-class Lines
+/// A cell of a table. The last one of a row is not padded.
+struct Cell {
+    std::string text;
+    const char* style = style::plain;
+};
+
+std::string left(std::string text, std::size_t width)
+{
+    const std::size_t used = display_width(text);
+    return text.append(width - std::min(width, used), ' ');
+}
+
+std::string right(const std::string& number)
+{
+    return std::string(10 - std::min<std::size_t>(number.size(), 10), ' ') + number;
+}
+
+/// A file with the rows of a table, and what it can show if it is a terminal.
+class Sheet
 {
 public:
-    explicit Lines(std::FILE* file) : m_file(file), m_colored(is_colored(file)) {}
-
-    void print(const std::string& text) const { std::fprintf(m_file, "%s\n", text.c_str()); }
-    void flush() const { std::fflush(m_file); }
-    std::string painted(const char* color, const std::string& text) const
+    Sheet(std::FILE* file, bool is_full)
+        : m_file(file), m_is_colored(is_colored(file)),
+          m_columns(is_full ? std::nullopt : columns_of(file))
     {
-        const bool plain = !m_colored || color == style::plain;
-        return plain ? text : std::string("\x1B[") + color + "m" + text + "\x1B[0m";
+    }
+
+    /// Prints cells with two blanks between them. Cuts the last one to the width that is left.
+    void row(const std::vector<Cell>& cells) const
+    {
+        std::string line;
+        std::size_t width = 0;
+        for (const Cell& cell : cells) {
+            const std::string gap = &cell == &cells.front() ? "" : "  ";
+            width += gap.size();
+            const bool is_cut = m_columns && &cell == &cells.back();
+            const std::string text =
+                is_cut ? cut(cell.text, *m_columns - std::min(*m_columns, width)) : cell.text;
+            width += display_width(text);
+            line += gap + painted(cell.style, text);
+        }
+        std::fprintf(m_file, "%s\n", line.c_str());
+    }
+    void flush() const { std::fflush(m_file); }
+    std::string painted(const char* style, const std::string& text) const
+    {
+        const bool plain = !m_is_colored || style == style::plain;
+        return plain ? text : std::string("\x1B[") + style + "m" + text + "\x1B[0m";
     }
 
 private:
     std::FILE* m_file;
-    bool m_colored;
+    bool m_is_colored;
+    std::optional<std::size_t> m_columns;
 };
 
 class TablePrinter final : public Printer
 {
 public:
-    TablePrinter(std::FILE* out, std::FILE* messages) : m_out(out), m_messages(messages) {}
+    TablePrinter(std::FILE* out, std::FILE* messages, bool is_full)
+        : m_out(out, is_full), m_messages(messages, true)
+    {
+    }
 
     void attributes(const rpc::IIfaceRealize::IAtt& attributes) override
     {
-        line("name         " + fwbase::printable(attributes.name));
-        line("id           " + fwbase::printable(attributes.id));
-        line("description  " + fwbase::printable(fwbase::gbk_to_utf8(attributes.desc)));
+        m_out.row({{"name       "}, {fwbase::printable(attributes.name)}});
+        m_out.row({{"id         "}, {fwbase::printable(attributes.id)}});
+        m_out.row({{"description"}, {fwbase::printable(fwbase::gbk_to_utf8(attributes.desc))}});
     }
 
     void operations(const Operations& list) override
     {
         for (const rpc::IIfaceRealize::FAtt* const operation : list) {
-            line(fwbase::printable(operation->name));
+            m_out.row({{fwbase::printable(operation->name)}});
         }
     }
 
-    void services(const std::vector<Service>& list) override
+    void answer(const Answer& answer) override
     {
-        std::size_t width = 20; // of the column of names
-        for (const Service& each : list) {
-            width = std::max(width, display_width(fwbase::printable(each.entry.name)));
+        services(answer.services);
+        if (answer.record) {
+            record(*answer.record);
+            return;
         }
-        heading(!list.empty(), right("ID") + "  " + left("NAME", width) + "  " + left("STATE", 11) +
-                                   "  DESCRIPTION");
-        for (const Service& each : list) {
-            line(right(std::to_string(each.entry.id)) + "  " +
-                 left(fwbase::printable(each.entry.name), width) + "  " + state(each.entry.op) +
-                 "  " + fwbase::printable(each.entry.desc));
-        }
-    }
-
-    void end(const Ending& ending) override
-    {
-        const auto is_done = [](const Outcome& each) { return each.kind == Outcome::done; };
-        heading(std::any_of(ending.outcomes.begin(), ending.outcomes.end(), is_done),
-                right("ID") + "  NAME");
-        for (const Outcome& each : ending.outcomes) {
-            if (is_done(each)) {
-                line(right(std::to_string(each.id)) + "  " + fwbase::printable(each.name));
+        handled(answer.outcomes);
+        for (const owned<fwbase::Param>& param : params_of(answer)) {
+            if (is(param, rpc::T_UINT32)) {
+                m_out.row({{std::to_string(param->number())}});
             }
-        }
-        std::string status = m_messages.painted(style::bad, "no reply") + " (result " +
-                             hexadecimal(ending.result) + ")";
-        if (ending.reply != nullptr) {
-            for (const owned<fwbase::Param>& param : ending.reply->all()) {
-                if (is(param, rpc::T_UINT32)) {
-                    line(std::to_string(param->number()));
-                }
-            }
-            const ec::EC code = ending.reply->code();
-            status = (ec::succeeded(code) ? m_messages.painted(style::good, "success")
-                                          : m_messages.painted(style::bad, "failure")) +
-                     " (code " + hexadecimal(code) + ")";
         }
         m_out.flush();
-        m_messages.print(status + (ending.is_rehearsal ? "; a dry run: nothing was changed" : ""));
+        m_messages.row(
+            {{end_of(answer) + (answer.is_rehearsal ? "; a dry run: nothing was changed" : "")}});
         m_messages.flush();
     }
 
     void refused(const std::string&) override {}
 
 private:
-    void line(const std::string& text) const { m_out.print(text); }
-
-    void heading(bool has_rows, const std::string& text) const
+    void services(const std::vector<Service>& list) const
     {
-        if (has_rows) {
-            line(m_out.painted(style::heading, text));
+        if (list.empty()) {
+            return;
+        }
+        std::size_t width = 20; // of the column of names
+        for (const Service& each : list) {
+            width = std::max(width, display_width(fwbase::printable(each.entry.name)));
+        }
+        heading({right("ID"), left("NAME", width), left("STATE", 11), left("LEVELS", 6),
+                 "DESCRIPTION"});
+        for (const Service& each : list) {
+            m_out.row({{right(std::to_string(each.entry.id))},
+                       {left(fwbase::printable(each.entry.name), width)},
+                       state(each.entry.op),
+                       {left(fwbase::printable(each.entry.level), 6)},
+                       {fwbase::printable(each.entry.desc)}});
         }
     }
 
+    void record(const transaction::Lines& lines) const
+    {
+        if (lines.empty()) {
+            return;
+        }
+        std::size_t width = 20; // of the column of names
+        for (const auto& [name, line] : lines) {
+            width = std::max(width, display_width(fwbase::printable(name)));
+        }
+        heading({left("NAME", width), left("STATE", 13), left("LEVELS", 6), "SINCE"});
+        for (const auto& [name, line] : lines) {
+            m_out.row({{left(fwbase::printable(name), width)},
+                       {left(to_word(line.state), 13)},
+                       {left(line.levels, 6)},
+                       {line.since}});
+        }
+    }
+
+    void handled(const std::vector<Outcome>& outcomes) const
+    {
+        bool has_heading = false;
+        for (const Outcome& each : outcomes) {
+            if (each.kind != Outcome::done) {
+                continue;
+            }
+            if (!has_heading) {
+                heading({right("ID"), "NAME"});
+                has_heading = true;
+            }
+            m_out.row({{right(std::to_string(each.id))}, {fwbase::printable(each.name)}});
+        }
+    }
+
+    /// How the call ended.
+    std::string end_of(const Answer& answer) const
+    {
+        const ExitStatus status = answer.status();
+        if (status == no_reply) {
+            return m_messages.painted(style::bad, "no reply") + " (result " +
+                   hexadecimal(*answer.result) + ")";
+        }
+        const std::string code =
+            answer.reply ? " (code " + hexadecimal(answer.reply->code()) + ")" : "";
+        if (status == success) {
+            return m_messages.painted(style::good, "success") + code;
+        }
+        return m_messages.painted(style::bad, answer.error.empty() ? "not all services were handled"
+                                                                   : "failure") +
+               code;
+    }
+
+    void heading(const std::vector<std::string>& texts) const
+    {
+        std::vector<Cell> cells;
+        for (const std::string& text : texts) {
+            cells.push_back({text, style::heading});
+        }
+        m_out.row(cells);
+    }
+
     /// For example "0 none", padded to the width of the column.
-    std::string state(int op) const
+    static Cell state(int op)
     {
         const auto known = static_cast<std::size_t>(op); // not if it is negative or too large
         const bool is_known = known < state_names.size();
-        return m_out.painted(
-            is_known ? state_colors[known] : style::plain,
-            left(std::to_string(op) + " " + (is_known ? state_names[known] : ""), 11));
+        return {left(std::to_string(op) + " " + (is_known ? state_names[known] : ""), 11),
+                is_known ? state_colors[known] : style::plain};
     }
 
-    static std::string left(std::string text, std::size_t width)
-    {
-        const std::size_t used = display_width(text);
-        return text.append(width - std::min(width, used), ' ');
-    }
-    static std::string right(const std::string& number)
-    {
-        return std::string(10 - std::min<std::size_t>(number.size(), 10), ' ') + number;
-    }
-
-    Lines m_out;
-    Lines m_messages;
+    Sheet m_out;
+    Sheet m_messages;
 };
 
 class JsonPrinter final : public Printer
@@ -176,55 +262,32 @@ public:
         line({{"reply", "final"}});
     }
 
-    void services(const std::vector<Service>& list) override
+    void answer(const Answer& answer) override
     {
-        for (const Service& each : list) {
+        for (const Service& each : answer.services) {
             Json service = {{"id", each.entry.id},
                             {"name", each.entry.name},
                             {"desc", each.entry.desc},
-                            {"op", each.entry.op}};
+                            {"op", each.entry.op},
+                            {"level", each.entry.level}};
             if (!each.is_listed) {
                 service["listed"] = false;
             }
-            line({{"reply", "item"}, {"code", done_code}, {"services", Json::array({service})}});
+            item({{"services", Json::array({service})}}, true);
         }
-    }
-
-    void end(const Ending& ending) override
-    {
-        for (const Outcome& each : ending.outcomes) {
+        for (const auto& [name, line] : answer.record.value_or(transaction::Lines())) {
+            item({{"name", name},
+                  {"state", to_word(line.state)},
+                  {"level", line.levels},
+                  {"since", line.since}},
+                 false);
+        }
+        for (const Outcome& each : answer.outcomes) {
             if (each.kind == Outcome::done) {
-                line({{"reply", "item"},
-                      {"code", done_code},
-                      {"ids", {each.id}},
-                      {"names", {each.name}}});
+                item({{"ids", {each.id}}, {"names", {each.name}}}, answer.result.has_value());
             }
         }
-        const std::string result = hexadecimal(ending.result);
-        Json object = {{"reply", ending.reply == nullptr ? "none" : "final"}, {"result", result}};
-        if (ending.reply != nullptr) {
-            object = with_outputs(object, *ending.reply);
-        }
-        for (const Outcome& each : ending.outcomes) {
-            Json service = {{"id", each.id}};
-            if (!each.name.empty()) {
-                service["name"] = each.name;
-            }
-            if (each.kind == Outcome::not_handled) {
-                service["reason"] = each.reason;
-                service["message"] = each.message;
-                object["not_handled"].push_back(service);
-            } else if (each.kind == Outcome::unchanged) {
-                object["unchanged"].push_back(service);
-            }
-        }
-        if (!ending.error.empty()) {
-            object["error"] = ending.error;
-        }
-        if (ending.is_rehearsal) {
-            object["dry_run"] = true;
-        }
-        line(object);
+        line(end_of(answer));
     }
 
     void refused(const std::string& reason) override
@@ -233,10 +296,17 @@ public:
     }
 
 private:
-    static Json with_outputs(Json object, const fwbase::Message& reply)
+    /// The last object of a call.
+    static Json end_of(const Answer& answer)
     {
-        object["code"] = hexadecimal(reply.code());
-        for (const owned<fwbase::Param>& param : reply.all()) {
+        Json object = {{"reply", answer.status() == no_reply ? "none" : "final"}};
+        if (answer.result) {
+            object["result"] = hexadecimal(*answer.result);
+        }
+        if (answer.reply) {
+            object["code"] = hexadecimal(answer.reply->code());
+        }
+        for (const owned<fwbase::Param>& param : params_of(answer)) {
             if (is(param, rpc::T_UINT32)) {
                 object["value"] = param->number();
             } else if (is(param, rpc::T_UINT32_LIST)) {
@@ -245,7 +315,50 @@ private:
                 object["services"] = Json::array();
             }
         }
+        for (const Outcome& each : answer.outcomes) {
+            if (each.kind == Outcome::not_handled) {
+                object["not_handled"].push_back(with_reason(service(each), each));
+            } else if (each.kind == Outcome::unchanged) {
+                object["unchanged"].push_back(service(each));
+            }
+        }
+        if (!answer.error.empty()) {
+            object["error"] = answer.error;
+        }
+        if (answer.is_rehearsal) {
+            object["dry_run"] = true;
+        }
         return object;
+    }
+
+    static Json service(const Outcome& outcome)
+    {
+        Json object;
+        if (outcome.has_id) {
+            object["id"] = outcome.id;
+        }
+        if (!outcome.name.empty()) {
+            object["name"] = outcome.name;
+        }
+        return object;
+    }
+
+    static Json with_reason(Json object, const Outcome& outcome)
+    {
+        object["reason"] = outcome.reason;
+        object["message"] = outcome.message;
+        return object;
+    }
+
+    /// An object that comes before the end; one of the module's has the code of a success.
+    void item(const Json& members, bool is_modules)
+    {
+        Json object = {{"reply", "item"}};
+        if (is_modules) {
+            object["code"] = hexadecimal(done_code);
+        }
+        object.update(members);
+        line(object);
     }
 
     void line(const Json& object)
@@ -255,16 +368,14 @@ private:
         std::fflush(m_out);
     }
 
-    static constexpr const char* done_code = "0x80000000";
-
     std::FILE* m_out;
 };
 
 } // namespace
 
-std::unique_ptr<Printer> table_printer(std::FILE* out, std::FILE* messages)
+std::unique_ptr<Printer> table_printer(std::FILE* out, std::FILE* messages, bool is_full)
 {
-    return std::make_unique<TablePrinter>(out, messages);
+    return std::make_unique<TablePrinter>(out, messages, is_full);
 }
 
 std::unique_ptr<Printer> json_printer(std::FILE* out)

@@ -1,9 +1,7 @@
 // Prints answers as a table or as JSON.
 #pragma once
 
-#include "framework/rpc.h"
-#include "fwbase/message.h"
-#include "transaction/transaction.h"
+#include "host/answer.h"
 
 #include <cstdio>
 #include <memory>
@@ -15,16 +13,6 @@ namespace host
 
 using Operations = ex_std::vector<const rpc::IIfaceRealize::FAtt*>;
 
-/// The end of a call.
-struct Ending {
-    ec::EC result = 0;                      ///< code of call_func
-    const fwbase::Message* reply = nullptr; ///< the final one, borrowed; null without
-    /// Of a call that changes services, what became of each.
-    std::vector<transaction::Outcome> outcomes = {};
-    std::string error = {}; ///< why the operation failed; empty if it did not
-    bool is_rehearsal = false;
-};
-
 class Printer
 {
 public:
@@ -32,16 +20,16 @@ public:
 
     virtual void attributes(const rpc::IIfaceRealize::IAtt& attributes) = 0;
     virtual void operations(const Operations& list) = 0;
-    virtual void services(const std::vector<transaction::Service>& list) = 0;
-    /// Prints the services that were handled, and how the call ended.
-    virtual void end(const Ending& ending) = 0;
+    /// What a call listed or handled, and how it ended.
+    virtual void answer(const Answer& answer) = 0;
     /// A call that was not made.
     virtual void refused(const std::string& reason) = 0;
 };
 
 /// Prints aligned tables in UTF-8 to `out`, and whether a call succeeded to `messages`. Colours
-/// what goes to a terminal. Does not close the files.
-std::unique_ptr<Printer> table_printer(std::FILE* out, std::FILE* messages);
+/// what goes to a terminal, and cuts rows to its width unless they are to be full. Does not close
+/// the files.
+std::unique_ptr<Printer> table_printer(std::FILE* out, std::FILE* messages, bool is_full);
 
 /// Prints one JSON object per line, valid for any bytes in names and descriptions. Does not close
 /// `out`.

@@ -13,8 +13,8 @@ namespace fs = std::filesystem;
 namespace host
 {
 
-Rehearsal::Rehearsal(const transaction::Say& say)
-    : m_lock(configuration_path, say, transaction::Lock::Create::no)
+Rehearsal::Rehearsal(const transaction::Say& say, const transaction::Waiting& waiting)
+    : m_lock(configuration_path, say, transaction::Lock::Create::no, waiting)
 {
     const transaction::Lines lines = transaction::Record(m_lock.place()).read();
     const owned<IXmlDocument> document(newXmlDocument());

@@ -15,7 +15,7 @@ class Rehearsal
 {
 public:
     /// Throws std::runtime_error or CLiteXmlException.
-    explicit Rehearsal(const transaction::Say& say);
+    Rehearsal(const transaction::Say& say, const transaction::Waiting& waiting);
 
 private:
     transaction::Lock m_lock;

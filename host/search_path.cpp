@@ -1,10 +1,10 @@
 #include "host/search_path.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <paths.h>
 #include <sstream>
+#include <stdexcept>
 #include <unistd.h>
 #include <vector>
 
@@ -16,37 +16,46 @@ namespace host
 namespace
 {
 
-/// The folders of the search path, absolute. An empty entry is the working directory.
-std::vector<fs::path> folders()
+/// The entries of a search path. An empty one stands for the working directory.
+std::vector<fs::path> split(const std::string& path)
 {
-    const char* const path = std::getenv("PATH");
-    std::istringstream entries((path == nullptr ? _PATH_STDPATH : path) + std::string(":"));
-    std::vector<fs::path> all;
+    std::istringstream entries(path + ":");
+    std::vector<fs::path> folders;
     for (std::string entry; std::getline(entries, entry, ':');) {
-        all.push_back(fs::absolute(entry.empty() ? "." : entry));
+        folders.push_back(entry.empty() ? "." : entry);
     }
-    return all;
+    return folders;
 }
 
 } // namespace
 
-bool is_on_search_path(const std::string& command)
+std::string complete_search_path(const char* path)
 {
-    const std::vector<fs::path> all = folders();
-    return std::any_of(all.begin(), all.end(), [&command](const fs::path& folder) {
-        std::error_code ignored;
-        const fs::path file = folder / command;
-        return fs::is_regular_file(file, ignored) && eaccess(file.c_str(), X_OK) == 0;
-    });
+    std::vector<fs::path> folders = split(path == nullptr ? _PATH_STDPATH : path);
+    for (const char* const folder : {"/usr/sbin", "/sbin"}) {
+        if (std::find(folders.begin(), folders.end(), folder) == folders.end()) {
+            folders.emplace_back(folder);
+        }
+    }
+    std::string absolute;
+    for (const fs::path& folder : folders) {
+        absolute += (absolute.empty() ? "" : ":") + fs::absolute(folder).string();
+    }
+    return absolute;
 }
 
-void make_search_path_absolute()
+void require_command(const std::string& command, const std::string& search_path)
 {
-    std::string absolute;
-    for (const fs::path& folder : folders()) {
-        absolute += (absolute.empty() ? "" : ":") + folder.string();
+    const std::vector<fs::path> folders = split(search_path);
+    const bool is_found =
+        std::any_of(folders.begin(), folders.end(), [&command](const fs::path& folder) {
+            std::error_code ignored;
+            const fs::path file = folder / command;
+            return fs::is_regular_file(file, ignored) && eaccess(file.c_str(), X_OK) == 0;
+        });
+    if (!is_found) {
+        throw std::runtime_error("no " + command + " on the search path " + search_path);
     }
-    setenv("PATH", absolute.c_str(), 1);
 }
 
 } // namespace host

@@ -6,11 +6,13 @@
 namespace host
 {
 
-/// Whether the shell finds a command of that name that it can execute.
-bool is_on_search_path(const std::string& command);
+/// The search path that the commands get, with absolute entries, so that they keep their meaning
+/// when the working directory changes. Ends with /usr/sbin and /sbin, which cron leaves out. `path`
+/// is that of the caller; null stands for the system's own.
+std::string complete_search_path(const char* path);
 
-/// Makes the relative entries of PATH absolute, so that they keep their meaning when the working
-/// directory changes. Not for several threads. Throws std::exception.
-void make_search_path_absolute();
+/// Throws std::runtime_error unless the shell finds a command of that name that it can execute in
+/// these folders, which are separated by colons.
+void require_command(const std::string& command, const std::string& search_path);
 
 } // namespace host

@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <stdexcept>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace host
@@ -76,6 +78,24 @@ void require_written(std::FILE* out)
     if (std::fflush(out) != 0 || std::ferror(out) != 0) {
         fail(output_name);
     }
+}
+
+void require_reader(std::FILE* out)
+{
+    struct pollfd state = {fileno(out), 0, 0};
+    if (poll(&state, 1, 0) > 0 && (state.revents & (POLLERR | POLLHUP)) != 0) {
+        throw std::runtime_error(std::string(output_name) + ": nobody reads it any more");
+    }
+}
+
+std::optional<std::size_t> columns_of(std::FILE* out)
+{
+    struct winsize size = {};
+    if (isatty(fileno(out)) == 0 || ioctl(fileno(out), TIOCGWINSZ, &size) != 0 ||
+        size.ws_col == 0) {
+        return std::nullopt;
+    }
+    return size.ws_col;
 }
 
 bool is_colored(std::FILE* out)

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace host
@@ -38,6 +39,13 @@ void open_standard_error();
 
 /// Flushes the stream; throws std::runtime_error if any of its output could not be written.
 void require_written(std::FILE* out);
+
+/// Throws std::runtime_error if nobody can read the stream any more: its pipe or socket was closed
+/// at the other end, or its terminal hung up.
+void require_reader(std::FILE* out);
+
+/// The width of a terminal; none if it is no terminal, or does not say.
+std::optional<std::size_t> columns_of(std::FILE* out);
 
 /// Whether the output is to be coloured.
 bool is_colored(std::FILE* out);

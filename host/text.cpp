@@ -33,6 +33,18 @@ unsigned width_of(char32_t character)
     return 1;
 }
 
+/// The character of a UTF-8 text at this position, which moves to the next one.
+char32_t next_character(const std::string& text, std::size_t& at)
+{
+    const auto lead = static_cast<unsigned char>(text[at++]);
+    // The lead byte has as many ones in front as the character has bytes.
+    char32_t character = lead < 0xC0 ? lead : lead < 0xE0 ? lead & 0x1F : lead & 0x0F;
+    while (at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) {
+        character = character << 6 | (static_cast<unsigned char>(text[at++]) & 0x3F);
+    }
+    return character;
+}
+
 } // namespace
 
 std::string hexadecimal(std::uint32_t number)
@@ -45,16 +57,41 @@ std::string hexadecimal(std::uint32_t number)
 std::size_t display_width(const std::string& text)
 {
     std::size_t width = 0;
-    for (std::size_t start = 0; start < text.size();) {
-        const auto lead = static_cast<unsigned char>(text[start++]);
-        // The lead byte has as many ones in front as the character has bytes.
-        char32_t character = lead < 0xC0 ? lead : lead < 0xE0 ? lead & 0x1F : lead & 0x0F;
-        while (start < text.size() && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) {
-            character = character << 6 | (static_cast<unsigned char>(text[start++]) & 0x3F);
-        }
-        width += width_of(character);
+    for (std::size_t at = 0; at < text.size();) {
+        width += width_of(next_character(text, at));
     }
     return width;
+}
+
+std::string cut(const std::string& text, std::size_t columns)
+{
+    if (display_width(text) <= columns) {
+        return text;
+    }
+    std::size_t width = 1; // of the sign at the end
+    std::size_t end = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        width += width_of(next_character(text, at));
+        if (width > columns) {
+            break;
+        }
+        end = at;
+    }
+    return text.substr(0, end) + (columns == 0 ? "" : "…");
+}
+
+std::string shortened(const std::string& word)
+{
+    constexpr std::size_t most = 200;
+    std::size_t end = 0;
+    for (std::size_t at = 0; at < word.size();) {
+        next_character(word, at);
+        if (at > most) {
+            return word.substr(0, end) + "...";
+        }
+        end = at;
+    }
+    return word;
 }
 
 } // namespace host

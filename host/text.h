@@ -15,4 +15,10 @@ std::string hexadecimal(std::uint32_t number);
 /// character, none for a combining one.
 std::size_t display_width(const std::string& text);
 
+/// The text, or its beginning and "…", so that it takes no more columns than these.
+std::string cut(const std::string& text, std::size_t columns);
+
+/// A word of a user's for a message: at most 200 bytes of it.
+std::string shortened(const std::string& word);
+
 } // namespace host

@@ -5,6 +5,7 @@
 #include "host/standard_streams.h"
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -103,6 +104,23 @@ std::string missing_configuration()
     const std::string text = "no configuration: there is no " + here;
     return is_missing(installed_configuration()) ? text + " and no " + installed_configuration()
                                                  : text;
+}
+
+std::string for_people(std::string reason)
+{
+    std::error_code ignored;
+    const std::string relative = configuration_path;
+    const std::string absolute = (fs::current_path(ignored) / (configuration_path + 2)).string();
+    for (std::size_t at = 0; (at = reason.find(relative, at)) != std::string::npos;) {
+        reason.replace(at, relative.size(), absolute);
+        at += absolute.size();
+    }
+    const auto is_reason = [&reason](int number) {
+        return reason.find(std::strerror(number)) != std::string::npos;
+    };
+    const bool lacks_rights = is_reason(EACCES) || is_reason(EPERM) ||
+                              reason.find("belongs to another user") != std::string::npos;
+    return reason + (lacks_rights && geteuid() != 0 ? "; run as root" : "");
 }
 
 } // namespace host

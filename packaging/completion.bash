@@ -27,7 +27,7 @@ _optimize_host()
     for ((at = 1; at < COMP_CWORD; at++)); do
         option=${COMP_WORDS[at]}
         case $option in
-            -m | -[jn]m | --module | -C | -[jn]C | --directory)
+            -m | -[jn]m | --module | -C | -[jn]C | --directory | -w | -[jn]w | --wait)
                 ((at++))
                 [[ ${COMP_WORDS[at]} != = ]] || ((at++)) # bash splits words at =
                 [[ $option != *[Cy] ]] || folder=${COMP_WORDS[at]}
@@ -47,7 +47,8 @@ _optimize_host()
     [[ $option != = ]] || option=${COMP_WORDS[COMP_CWORD - 2]}
     [[ $word != = ]] || option=${COMP_WORDS[COMP_CWORD - 1]}
     case $option in
-        -m | -[jn]m | --module | -C | -[jn]C | --directory)
+        -m | -[jn]m | --module | -C | -[jn]C | --directory | -w | -[jn]w | --wait)
+            [[ $option != *w && $option != --wait ]] || return
             compopt -o filenames
             local kind=-f
             [[ $option != *[Cy] ]] || kind=-d
@@ -59,6 +60,7 @@ _optimize_host()
     case $operation in
         '')
             words='attributes operations get_optimize_num get_optimize_sorce set_optimize_sorce - '
+            words+='switched add_service remove_service '
             words+=$(echo {ls,optimize,restore,ignore}_{service,reg,other})
             ;;
         optimize_service) state=0 ;;
@@ -72,7 +74,8 @@ _optimize_host()
             [[ $operation == ignore_service ]] || state=''
             ;;
     esac
-    [[ $word != -* ]] || words='--directory --module --json --dry-run --help --version'
+    [[ $word != -* ]] || words='--directory --module --json --dry-run --wait --full --help --version'
+    [[ $word != -* || $operation != restore_service ]] || words+=' --all'
     if [[ -n $state && $word != -* ]]; then
         local candidate file=config/system_operation/conf.xml
         folder=${folder//[\"\'\\]/}

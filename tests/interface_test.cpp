@@ -263,7 +263,7 @@ TEST_F(InterfaceTest, HandlersSurviveEveryFailureOfTheFramework)
             reset_conf();
             sent = 0;
             ec::EC code = 0;
-            const auto reply = host::run_call(
+            const auto reply = host::call_module(
                 m_interface, *block, [&sent](const auto&) { ++sent; }, code);
             done = reply && ec::succeeded(reply->code());
             return code;

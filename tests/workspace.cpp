@@ -21,6 +21,7 @@ Workspace::Workspace()
     fs::create_directory("bin");
     setenv("PATH", (m_directory + "/bin:" + search_path).c_str(), 1);
     setenv("LC_ALL", "C", 1);
+    setenv("OPTIMIZE_HOST_LOG", (m_directory + "/log").c_str(), 1);
     unsetenv("LANGUAGE");
     unsetenv("NO_COLOR");
     for (const char* const path : {"bin/chkconfig", "bin/sed"}) {
@@ -131,7 +132,7 @@ std::string call(rpc::IIfaceRealize& interface, const std::string& line)
 {
     std::string answer;
     ec::EC result = 0;
-    const auto reply = host::run_call(
+    const auto reply = host::call_module(
         interface, *host::make_call_block(to_call(line)),
         [&answer](const fwbase::Message& item) { answer += to_text(item.all()); }, result);
     EXPECT_EQ(reply != nullptr, result == 0x840C0000) << line;

@@ -1,0 +1,40 @@
+// What became of a call, before it is printed.
+#pragma once
+
+#include "framework/rpc.h"
+#include "fwbase/message.h"
+#include "transaction/transaction.h"
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace host
+{
+
+enum ExitStatus : int { success = 0, operation_failed = 1, wrong_usage = 2, no_reply = 3 };
+
+/// A call was not made, or not to its end, and the operation counts as failed.
+struct Refused : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct Answer {
+    /// The code of call_func; none if the module was not called.
+    std::optional<ec::EC> result = {};
+    owned<fwbase::Message> reply = nullptr;          ///< the module's final one; null without
+    std::vector<transaction::Reply> items = {};      ///< of the module, if nothing verified them
+    std::vector<transaction::Service> services = {}; ///< of a listing
+    bool has_candidates = true;                      ///< services are configured
+    std::optional<transaction::Lines> record = {};   ///< if it is to be printed
+    /// Of a call that changes services or candidates, what became of each.
+    std::vector<transaction::Outcome> outcomes = {};
+    std::string error = {}; ///< why the operation failed; empty if it did not
+    bool is_rehearsal = false;
+
+    /// The exit status that the answer means.
+    ExitStatus status() const;
+};
+
+} // namespace host
