@@ -3,6 +3,7 @@
 #include "tests/system_calls.h"
 #include "tests/workspace.h"
 #include "transaction/private_file.h"
+#include "transaction/transaction.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -153,6 +154,15 @@ TEST_F(RecordTest, ForgetsNothing)
         {"sed -i 's/<info id=\"1\"[^>]*>/<info id=\"4\" name=\"cups\"\\/>/' " CONF "; " + off +
              "cat " RECORD " >&2; $H restore_service 3 30",
          R"("ids":[4],"names":["cups"]})", "cups off 2345"},
+        {"printf '#\ncups off 2345 2020-01-01T00:00:00Z\n' >" RECORD
+         "; bin/real --level 23 cups off; " +
+             off + "cat " RECORD " >&2; " + on,
+         "cups", "cups off 2345 2020-01-01T00:00:00Z"},
+        {"sed -i 's/1\" name=\"crond\" op=\"3/1\" name=\"cups\" op=\"2/; "
+         "s/name=\"cups\" op=\"3\"/name=\"cups\" op=\"1\" level=\"2345\"/' " CONF
+         "; bin/real --level 2345 cups off; " +
+             on,
+         R"("ids":[1],"names":["cups"]})"},
         {R"(sed -i 's/"crond"/"a b"/' )" CONF
          "; bin/real --level 3 crond off; $H optimize_service 1",
          R"("reason":"state 3")", "", 1, false},
@@ -203,11 +213,51 @@ TEST_F(RecordTest, RefusesADamagedRecord)
         }
         EXPECT_EQ(shell("$H set_optimize_sorce 85"), 0);
     }
+    reset();
+    EXPECT_EQ(shell(": >x; ln -s ../../x config/system_operation/.conf.xml.record.tmp; "
+                    "$H ignore_service on cups; [ ! -s x ]"),
+              0); // left over
+    EXPECT_EQ(record(), "cups ignored -\n");
+    EXPECT_EQ(shell("yes '#' | head -c 16777217 >" RECORD "; $H ls_service"), 3);
+    EXPECT_THAT(read("errors"), HasSubstr("conf.xml.record: too large"));
     for (const std::string kind : {"ln -s ../../x", "ln x", "mkfifo", "mkdir"}) {
         reset();
         EXPECT_EQ(shell(": >x; " + kind + " " RECORD "; $H ls_service"), 3) << kind;
         EXPECT_THAT(read("errors"), HasSubstr("conf.xml.record: ")) << kind;
     }
+}
+
+// A module that answers what it likes: its word alone changes nothing.
+TEST_F(RecordTest, BelievesTheModuleOnlyTogetherWithTheFile)
+{
+    using namespace transaction;
+    std::string edit = ":";
+    std::vector<Reply> listed;
+    std::vector<Reply> handled;
+    const auto make = [&](bool marks, bool flag) {
+        Transaction work(
+            CONF,
+            [&](const std::string& operation, bool, const Ids&) {
+                EXPECT_EQ(shell(operation == "ls_service" ? edit : ":"), 0);
+                return operation == "ls_service" ? listed : handled;
+            },
+            [](const std::string&) {});
+        return (marks ? work.ignore({3}, flag) : work.switch_services({3}, flag)).at(0).reason;
+    };
+    write_conf(R"(<info id="3" name="cups" op="0" level="2345"/>)");
+    EXPECT_THROW(make(true, true),
+                 std::runtime_error); // the file has more than it lists
+    listed = {{3, "cups", none}};
+    EXPECT_EQ(make(true, true), "not verified");
+    EXPECT_EQ(record(), "");
+    // Of two entries that no listing shows, one is handled.
+    write_conf(R"(<info id="3" name="cups" op="3"/><info id="4" name="cups" op="3"/>)");
+    write_record("cups off 2345 2026-11-25T10:17:10Z\n");
+    listed = {};
+    handled = {{3, "", 0}};
+    edit = "sed -i 's/op=\"1/op=\"3/g' " CONF;
+    EXPECT_EQ(make(false, true), "command failed");
+    EXPECT_EQ(record(), "cups off 2345\n");
 }
 
 TEST_F(RecordTest, ADryRunWritesNothing)
