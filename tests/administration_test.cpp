@@ -141,6 +141,12 @@ TEST_F(AdministrationTest, WaitsNoLongerThanItIsTold)
         EXPECT_EQ(shell("timeout 60 $H --wait 0 " + call), 3) << call;
         EXPECT_THAT(read("output"), AllOf(HasSubstr(held + holder), HasSubstr("\"none\""))) << call;
     }
+    // An operation that nobody knows may write.
+    const std::string unknown = "WILLING=1 timeout 60 $H -m " UNWILLING_MODULE " make_tea --wait 0";
+    EXPECT_EQ(shell(unknown), 3);
+    EXPECT_THAT(read("output"), HasSubstr(held + holder));
+    EXPECT_EQ(shell(unknown + " -n"), 1);
+    EXPECT_THAT(read("output"), HasSubstr("cannot be combined with --dry-run"));
     EXPECT_EQ(shell("timeout 60 $H --wait 1 ls_service"), 3);
     EXPECT_THAT(read("errors"), HasSubstr(held + " within 1 s" + holder));
     // Nobody reads its output.
@@ -150,6 +156,8 @@ TEST_F(AdministrationTest, WaitsNoLongerThanItIsTold)
     EXPECT_EQ(shell("$H switched && $H get_optimize_sorce"), 0); // do not wait
     close(lock);
     EXPECT_EQ(shell("$H --wait 0 ls_service"), 0);
+    EXPECT_EQ(shell(unknown), 3);
+    EXPECT_THAT(read("output"), HasSubstr("{\"reply\":\"none\",\"result\":\"0x00000000\"}"));
 }
 
 TEST_F(AdministrationTest, ShowsWhatFitsATerminal)

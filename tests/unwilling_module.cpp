@@ -1,8 +1,10 @@
-// A module that cannot be initialised. Preloaded, it also takes the place of flock: then no file
-// system can lock.
+// A module that cannot be initialised, unless the variable WILLING is set, and that has an
+// operation of its own, which gives no reply. Preloaded, it also takes the place of flock: then no
+// file system can lock.
 #include "rpc/entry.h"
 
 #include <cerrno>
+#include <cstdlib>
 
 namespace
 {
@@ -10,10 +12,18 @@ namespace
 class UnwillingModule final : public rpc::IIfaceRealize
 {
 public:
-    ec::EC init(void*) override { return 0x0402000A; }
+    ec::EC init(void*) override
+    {
+        return std::getenv("WILLING") == nullptr ? 0x0402000A : 0x80000000;
+    }
     void release() override {}
     const IAtt* iatt() const override { return nullptr; }
-    ec::EC fatts(ex_std::vector<const FAtt*>&) const override { return 0; }
+    ec::EC fatts(ex_std::vector<const FAtt*>& list) const override
+    {
+        static const FAtt own = {"make_tea", ""};
+        list.push_back(&own);
+        return 0x80000000;
+    }
     ec::EC call_func(const fwbase::IDataBlock*, fwbase::IDataBlock*&, rpc::ICommand*) override
     {
         return 0;
