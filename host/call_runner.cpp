@@ -26,10 +26,6 @@ using Kind = Operation::Kind;
 using transaction::Outcome;
 using transaction::Say;
 
-constexpr const char* no_service_listed = "none of the configured services is on: they are off or "
-                                          "not installed, or chkconfig cannot list "
-                                          "them; see chkconfig --list";
-
 Operations operations_of(const rpc::IIfaceRealize& interface)
 {
     Operations all;
@@ -70,25 +66,6 @@ void tell_outcomes(const std::vector<Outcome>& outcomes, const Say& say)
         } else if (each.kind == Outcome::not_handled) {
             say(label(each) + " not handled: " + each.message);
         }
-    }
-}
-
-/// Tells people what a call that succeeded did not do or find.
-void tell_what_lacks(const Call& call, const Answer& answer, const Say& say)
-{
-    const Operation& operation = find_operation(call.operation);
-    const auto is_listed = [](const transaction::Service& each) { return each.is_listed; };
-    if (operation.kind == Kind::service_call && operation.to == Operation::same &&
-        std::none_of(answer.services.begin(), answer.services.end(), is_listed)) {
-        say(answer.has_candidates ? no_service_listed
-                                  : "no service is configured; add_service adds one");
-    }
-    if (call.is_for_all && answer.outcomes.empty()) {
-        say("nothing is switched off");
-    }
-    if (operation.kind == Kind::call && call.arguments.ids &&
-        answer.items.size() < call.arguments.ids->size()) {
-        say("not handled:" + missing_ids(*call.arguments.ids, answer.items));
     }
 }
 
@@ -166,13 +143,13 @@ Answer CallRunner::make(const Call& call, const Say& say)
         answer.items = items;
         return answer;
     }
-    if (!m_is_rehearsal) {
+    if (!m_manner.is_rehearsal) {
         return make_writing(call, say);
     }
     if (*operation.name == '\0') {
         throw Refused("cannot be combined with --dry-run: nobody knows what it changes");
     }
-    const Rehearsal rehearsal(say, m_waiting);
+    const Rehearsal rehearsal(say, m_manner.waiting);
     Answer answer = make_writing(call, say);
     answer.is_rehearsal = operation.to != Operation::same || operation.kind != Kind::service_call;
     return answer;
@@ -184,17 +161,17 @@ Answer CallRunner::make_writing(const Call& call, const Say& say)
     switch (find_operation(call.operation).kind) {
     case Kind::service_call:
         require_command("chkconfig", std::getenv("PATH"));
-        return call_in_transaction(m_interface, call, say, m_waiting, m_is_rehearsal);
+        return call_in_transaction(m_interface, call, say, m_manner.waiting, m_manner.is_rehearsal);
     case Kind::edit: {
         Answer answer;
-        answer.outcomes = edit_candidates(call, say, m_waiting);
+        answer.outcomes = edit_candidates(call, say, m_manner.waiting);
         return answer;
     }
     default:
         break;
     }
     const transaction::Lock lock(configuration_path, say, transaction::Lock::Create::yes,
-                                 m_waiting);
+                                 m_manner.waiting);
     const IgnoredSignals ignored_signals;
     std::vector<transaction::Reply> items;
     Answer answer = call_directly(m_interface, call, items);
@@ -219,6 +196,28 @@ ExitStatus CallRunner::print(const Call& call, const Answer& answer, const Say& 
         tell_what_lacks(call, answer, say);
     }
     return status;
+}
+
+/// Tells people what a call that succeeded did not do or find.
+void CallRunner::tell_what_lacks(const Call& call, const Answer& answer, const Say& say) const
+{
+    const Operation& operation = find_operation(call.operation);
+    const auto is_listed = [](const transaction::Service& each) { return each.is_listed; };
+    if (operation.kind == Kind::service_call && operation.to == Operation::same &&
+        std::none_of(answer.services.begin(), answer.services.end(), is_listed)) {
+        say(answer.has_candidates
+                ? std::string("none of the configured services is on: they are off or not "
+                              "installed, or cannot be listed; see ") +
+                      m_manner.list_command
+                : "no service is configured; add_service adds one");
+    }
+    if (call.is_for_all && answer.outcomes.empty()) {
+        say("nothing is switched off");
+    }
+    if (operation.kind == Kind::call && call.arguments.ids &&
+        answer.items.size() < call.arguments.ids->size()) {
+        say("not handled:" + missing_ids(*call.arguments.ids, answer.items));
+    }
 }
 
 } // namespace host

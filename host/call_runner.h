@@ -9,15 +9,19 @@
 namespace host
 {
 
+/// How every call is made.
+struct Manner {
+    transaction::Waiting waiting;  ///< for the lock
+    bool is_rehearsal = false;     ///< a call that would change something only says what
+    const char* list_command = ""; ///< for people who miss a service in a listing
+};
+
 class CallRunner
 {
 public:
-    /// Borrows the module and the printer. `waiting` is for the lock of each call. With
-    /// `is_rehearsal`, a call that would change something only says what.
-    CallRunner(rpc::IIfaceRealize& interface, Printer& printer, transaction::Waiting waiting,
-               bool is_rehearsal)
-        : m_interface(interface), m_printer(printer), m_waiting(std::move(waiting)),
-          m_is_rehearsal(is_rehearsal)
+    /// Borrows the module and the printer.
+    CallRunner(rpc::IIfaceRealize& interface, Printer& printer, Manner manner)
+        : m_interface(interface), m_printer(printer), m_manner(std::move(manner))
     {
     }
 
@@ -33,11 +37,11 @@ private:
     Answer make(const Call& call, const transaction::Say& say);
     Answer make_writing(const Call& call, const transaction::Say& say);
     ExitStatus print(const Call& call, const Answer& answer, const transaction::Say& say);
+    void tell_what_lacks(const Call& call, const Answer& answer, const transaction::Say& say) const;
 
     rpc::IIfaceRealize& m_interface;
     Printer& m_printer;
-    transaction::Waiting m_waiting;
-    bool m_is_rehearsal;
+    Manner m_manner;
 };
 
 } // namespace host

@@ -74,14 +74,15 @@ ExitStatus serve(const Options& options, std::FILE* in, std::FILE* out)
         options.json ? host::json_printer(out) : host::table_printer(out, stderr, options.is_full);
     // Relative paths start at the present working directory.
     const host::Module module(options.module);
-    setenv("PATH", host::complete_search_path(std::getenv("PATH")).c_str(), 1);
+    const std::string units = options.uses_units ? host::units_folder() : "";
+    setenv("PATH", host::complete_search_path(std::getenv("PATH"), units).c_str(), 1);
     host::enter_working_folder(options.directory);
-    transaction::Waiting waiting;
-    if (options.wait) {
-        waiting.seconds = *options.wait;
-    }
-    waiting.check = [out] { host::require_reader(out); };
-    host::CallRunner runner(module.interface(), *printer, waiting, options.is_rehearsal);
+    host::Manner manner;
+    manner.waiting.seconds = options.wait ? static_cast<long>(*options.wait) : -1;
+    manner.waiting.check = [out] { host::require_reader(out); };
+    manner.is_rehearsal = options.is_rehearsal;
+    manner.list_command = units.empty() ? "chkconfig --list" : "systemctl list-unit-files";
+    host::CallRunner runner(module.interface(), *printer, manner);
     const ExitStatus status =
         in != nullptr ? run_lines(in, out, runner, *printer)
                       : run_words([&options] { return options.words; }, "", runner, *printer);

@@ -26,6 +26,7 @@ constexpr option long_options[] = {{"directory", required_argument, nullptr, 'C'
                                    {"json", no_argument, nullptr, 'j'},
                                    {"dry-run", no_argument, nullptr, 'n'},
                                    {"wait", required_argument, nullptr, 'w'},
+                                   {"no-units", no_argument, nullptr, 'u'},
                                    {"full", no_argument, nullptr, 'f'},
                                    {"all", no_argument, nullptr, 'a'},
                                    {"help", no_argument, nullptr, 'h'},
@@ -47,7 +48,7 @@ std::string refusal_of(const std::string& word)
     if (optopt == 0) {
         return word + ": no such option";
     }
-    if (std::strchr("CmjnwfahV", optopt) != nullptr) {
+    if (std::strchr("CmjnwufahV", optopt) != nullptr) {
         // optopt is a known letter, so its long option was given an argument it does not take.
         return word + ": takes no argument";
     }
@@ -72,6 +73,9 @@ void take_option(int letter, const char* word, Options& options)
         break;
     case 'w':
         options.wait = to_number(optarg);
+        break;
+    case 'u':
+        options.uses_units = false;
         break;
     case 'f':
         options.is_full = true;
@@ -217,6 +221,7 @@ A SERVICE is a name or an id of ls_service.
   -j, --json             print one JSON object per line
   -n, --dry-run          only say what would be changed
   -w, --wait SECONDS     give up if another call does not end in time
+      --no-units         leave the units of systemd alone
       --full             do not cut the rows of a table to the terminal
   -h, --help             print this help
   -V, --version          print the version

@@ -24,6 +24,7 @@ struct Options {
     std::optional<std::string> directory; ///< to work in
     std::optional<unsigned int> wait;     ///< at most so many seconds for the lock
     bool json = false;
+    bool uses_units = true;         ///< switches the units of systemd where there are any
     bool is_full = false;           ///< rows of a table are not cut
     bool is_rehearsal = false;      ///< only say what would be changed
     std::vector<std::string> words; ///< the operation and its arguments

@@ -29,13 +29,30 @@ std::vector<fs::path> split(const std::string& path)
 
 } // namespace
 
-std::string complete_search_path(const char* path)
+std::string units_folder()
+{
+    const fs::path folder = UNITS_FOLDER;
+    std::error_code ignored;
+    const bool is_used = fs::is_directory("/run/systemd/system", ignored) &&
+                         eaccess((folder / "chkconfig").c_str(), X_OK) == 0;
+    return is_used ? folder.string() : "";
+}
+
+std::string complete_search_path(const char* path, const std::string& units)
 {
     std::vector<fs::path> folders = split(path == nullptr ? _PATH_STDPATH : path);
     for (const char* const folder : {"/usr/sbin", "/sbin"}) {
         if (std::find(folders.begin(), folders.end(), folder) == folders.end()) {
             folders.emplace_back(folder);
         }
+    }
+    if (!units.empty()) {
+        const auto is_systems = [](const fs::path& folder) {
+            const std::string name = folder.string();
+            return name == "/usr/local/sbin" || name == "/usr/sbin" || name == "/sbin" ||
+                   name == "/usr/local/bin" || name == "/usr/bin" || name == "/bin";
+        };
+        folders.insert(std::find_if(folders.begin(), folders.end(), is_systems), units);
     }
     std::string absolute;
     for (const fs::path& folder : folders) {

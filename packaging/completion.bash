@@ -74,7 +74,7 @@ _optimize_host()
             [[ $operation == ignore_service ]] || state=''
             ;;
     esac
-    [[ $word != -* ]] || words='--directory --module --json --dry-run --wait --full --help --version'
+    [[ $word != -* ]] || words='--directory --module --json --dry-run --wait --no-units --full --help --version'
     [[ $word != -* || $operation != restore_service ]] || words+=' --all'
     if [[ -n $state && $word != -* ]]; then
         local candidate file=config/system_operation/conf.xml

@@ -49,7 +49,8 @@ unset(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME)
 # The configuration is state that the program rewrites. It is made from the sample when it is missing:
 # by cmake --install, and in packages, which do not contain it, by their scripts.
 set(SAMPLE ${CMAKE_INSTALL_FULL_DATADIR}/optimize_option)
-target_compile_definitions(host_objects PUBLIC INSTALLED_DIRECTORY="${STATE}")
+target_compile_definitions(host_objects PUBLIC INSTALLED_DIRECTORY="${STATE}"
+  UNITS_FOLDER="${CMAKE_INSTALL_FULL_LIBEXECDIR}/optimize_option/systemd")
 install(DIRECTORY config DESTINATION ${CMAKE_INSTALL_DATADIR}/optimize_option COMPONENT runtime)
 install(CODE "set(SOURCE \"${PROJECT_SOURCE_DIR}/packaging/configuration.sh.in\")
 set(SCRIPT \"${PROJECT_BINARY_DIR}/install_configuration.sh\")

@@ -20,7 +20,8 @@ protected:
     SystemTest()
     {
         install_machine();
-        EXPECT_EQ(symlink(HOST, "bin/optimize_host"), 0);
+        write("bin/optimize_host", "#!/bin/sh\nexec " HOST " \"$@\"\n");
+        shell("chmod +x bin/optimize_host");
     }
 
     static std::string output_of(const std::string& command)
