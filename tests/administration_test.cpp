@@ -70,6 +70,7 @@ TEST_F(AdministrationTest, EditsTheCandidates)
          "{\"reply\":\"item\",\"ids\":[3],\"names\":[\"cups\"]}\n"
          "{\"reply\":\"final\",\"unchanged\":[{\"name\":\"nosuch\"}]}\n",
          "nosuch is not configured", "optimize>\n            <!-- cups -->\n"},
+        {"sed -i /info/d " CONF "; $H add_service atd", 0, "\"ids\":[1]"},
         {"$H remove_service 3", 2, "none", "'3' is no name, but an id"},
         {"$H optimize_service cups; $H remove_service cups sshd", 1,
          R"("not_handled":[{"id":3,"name":"cups","reason":"optimized")", off,
@@ -91,10 +92,11 @@ TEST_F(AdministrationTest, EditsTheCandidates)
 
 TEST_F(AdministrationTest, KeepsAHistory)
 {
-    EXPECT_EQ(
-        shell("$H optimize_service cups rsync; $H ignore_service on sshd; chkconfig --level 23 "
-              "cups on; $H ls_service; sed -i /rsync/d " CONF "; $H switched; " HOST " switched"),
-        0);
+    EXPECT_EQ(shell("$H optimize_service cups rsync; $H ignore_service on sshd; $H "
+                    "optimize_service sshd; chkconfig --level 23 "
+                    "cups on; $H ls_service; sed -i /rsync/d " CONF "; $H switched; " HOST
+                    " switched"),
+              0);
     const std::string time = "20[0-9-]+T[0-9:]+Z";
     EXPECT_THAT(
         read("output"),
