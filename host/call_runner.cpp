@@ -97,6 +97,8 @@ ExitStatus CallRunner::run(const std::vector<std::string>& words, const std::str
             each.message = for_people(each.message);
         }
         return print(call, answer, say);
+    } catch (const OutputError&) {
+        throw; // no further call is made
     } catch (const Refused& error) {
         return refuse(error, operation_failed);
     } catch (const CLiteXmlException& error) {
@@ -188,7 +190,7 @@ ExitStatus CallRunner::print(const Call& call, const Answer& answer, const Say& 
     const bool is_transaction = find_operation(call.operation).to != Operation::same;
     if (status == no_reply) {
         say("no reply");
-    } else if (!answer.error.empty() && !is_transaction) { // which has said it
+    } else if (!answer.error.empty() && !is_transaction) { // a transaction says it itself
         say(answer.error);
     }
     tell_outcomes(answer.outcomes, say);
@@ -209,7 +211,9 @@ void CallRunner::tell_what_lacks(const Call& call, const Answer& answer, const S
                 ? std::string("none of the configured services is on: they are off or not "
                               "installed, or cannot be listed; see ") +
                       m_manner.list_command
-                : "no service is configured; add_service adds one");
+                : std::string("no service is configured; ") +
+                      (has_candidate_list() ? "add_service adds one"
+                                            : "the element service_optimize is missing"));
     }
     if (call.is_for_all && answer.outcomes.empty()) {
         say("nothing is switched off");

@@ -5,6 +5,7 @@
 #include "fwbase/xml_document.h"
 #include "host/answer.h"
 #include "host/configuration_path.h"
+#include "host/service_names.h"
 #include "host/signals.h"
 #include "transaction/configuration.h"
 #include "transaction/record.h"
@@ -23,6 +24,8 @@ namespace
 
 using transaction::Outcome;
 
+constexpr const char* list_path = "//kavra_conf/service_optimize";
+
 /// Throws unless the module would switch a service of this name: the name becomes a word of a
 /// command, and chkconfig has to print it in a line that the module reads.
 void require_switchable(const std::string& name)
@@ -34,14 +37,23 @@ void require_switchable(const std::string& name)
         return byte <= ' ' || byte == 0x7F || interpreted.find(character) != std::string_view::npos;
     };
     const char* const fault = name.size() > longest ? "is longer than 200 bytes"
-                              : name.front() == '-' || name == "." || name == ".."
+                              : name.front() == '-' || name == "." || name == ".." ||
+                                      name.find("0:") != std::string::npos // of a listing's columns
+
                                   ? "is no service's name"
-                              : std::any_of(name.begin(), name.end(), is_interpreted)
-                                  ? "has a character that no command can take"
-                                  : nullptr;
+                                  : std::any_of(name.begin(), name.end(), is_interpreted)
+                                        ? "has a character that no command can take"
+                                        : nullptr;
     if (fault != nullptr) {
         throw Refused("'" + name + "' " + fault);
     }
+}
+
+owned<IXmlDocument> load()
+{
+    owned<IXmlDocument> document(newXmlDocument());
+    document->load(configuration_path);
+    return document;
 }
 
 /// The configuration, locked to be edited.
@@ -54,7 +66,7 @@ public:
           m_entries(configuration_path)
     {
         const owned<IXmlNode> root(m_document->root());
-        m_list.reset(root->selectSingleNode("//kavra_conf/service_optimize"));
+        m_list.reset(root->selectSingleNode(list_path));
         if (!m_list) {
             throw CLiteXmlException(configuration_path, 0,
                                     "the element service_optimize is missing");
@@ -105,21 +117,14 @@ public:
             }
         }
     }
-    /// Saves the record last: a mark without an entry does no harm.
+    /// Saves the record first: without its line, a mark in the configuration is taken over again.
     void save()
     {
-        m_document->save(configuration_path);
         m_record.write(m_lines);
+        m_document->save(configuration_path);
     }
 
 private:
-    static IXmlDocument* load()
-    {
-        owned<IXmlDocument> document(newXmlDocument());
-        document->load(configuration_path);
-        return document.release();
-    }
-
     transaction::Lock m_lock;
     transaction::Record m_record;
     transaction::Lines m_lines;
@@ -154,36 +159,51 @@ std::vector<Outcome> add(const Call& call, Edit& edit)
         return {{known.front()->id, name, Outcome::unchanged, "", "already configured"}};
     }
     const int id = edit.next_id();
+    const auto line = edit.lines().find(name);
+    if (line != edit.lines().end() && line->second.state == transaction::State::ignored) {
+        edit.lines().erase(line); // left over by a removal that was interrupted
+    }
     edit.add(id, name, call.description);
     edit.save();
     return {{static_cast<unsigned int>(id), name, Outcome::done, "", ""}};
+}
+
+/// What becomes of a service that is to be removed.
+Outcome judge_removal(const std::string& name, bool is_configured, Edit& edit)
+{
+    if (const auto levels = levels_of(name, edit)) {
+        return {0, name, Outcome::not_handled, "optimized",
+                is_configured ? "it is switched off, and was on " + transaction::on_in(*levels) +
+                                    ": restore_service " + name + " first"
+                              : how_to_restore(name, *levels)};
+    }
+    if (!is_configured) {
+        return {0, name, Outcome::unchanged, "", "not configured"};
+    }
+    return {0, name, Outcome::done, "", ""};
 }
 
 std::vector<Outcome> remove(const Call& call, Edit& edit)
 {
     std::vector<Outcome> outcomes;
     std::set<std::string> removed;
-    for (const std::string& name :
-         std::set<std::string>(call.services.begin(), call.services.end())) {
+    for (const std::string& name : call.services) {
         const std::vector<const transaction::Entry*> entries = edit.find(name);
-        const auto levels = levels_of(name, edit);
-        if (!levels) {
-            removed.insert(name);
-            edit.lines().erase(name);
+        Outcome outcome = judge_removal(name, !entries.empty(), edit);
+        if (removed.count(name) != 0) {
+            continue;
         }
-        const Outcome outcome =
-            levels ? Outcome{0, name, Outcome::not_handled, "optimized",
-                             "it is switched off, and was on " + transaction::on_in(*levels) +
-                                 ": restore_service " + name + " first"}
-                   : Outcome{0, name, entries.empty() ? Outcome::unchanged : Outcome::done, "",
-                             entries.empty() ? "not configured" : ""};
+        if (outcome.kind != Outcome::not_handled) {
+            edit.lines().erase(name);
+            removed.insert(name);
+        }
+        outcome.has_id = !entries.empty();
         if (entries.empty()) {
             outcomes.push_back(outcome);
-            outcomes.back().has_id = false;
         }
         for (const transaction::Entry* const entry : entries) {
+            outcome.id = entry->id;
             outcomes.push_back(outcome);
-            outcomes.back().id = entry->id;
         }
     }
     edit.remove(removed);
@@ -203,6 +223,13 @@ std::vector<Outcome> edit_candidates(const Call& call, const transaction::Say& s
     Edit edit(say, waiting);
     const IgnoredSignals ignored_signals;
     return adds ? add(call, edit) : remove(call, edit);
+}
+
+bool has_candidate_list()
+{
+    const owned<IXmlDocument> document = load();
+    const owned<IXmlNode> root(document->root());
+    return owned<IXmlNode>(root->selectSingleNode(list_path)) != nullptr;
 }
 
 } // namespace host

@@ -19,4 +19,7 @@ namespace host
 std::vector<transaction::Outcome> edit_candidates(const Call& call, const transaction::Say& say,
                                                   const transaction::Waiting& waiting);
 
+/// Whether the configuration has the list of services. Throws CLiteXmlException.
+bool has_candidate_list();
+
 } // namespace host

@@ -98,7 +98,8 @@ int main(int argc, char** argv)
     unsetenv("LANGUAGE");
     Options options;
     File out; // standard output, once the module's is another
-    const auto give_up = [&](const std::string& reason, ExitStatus status) {
+    const auto give_up = [&](const std::string& text, ExitStatus status) {
+        const std::string reason = host::for_people(text);
         complain(reason);
         if (options.json) {
             host::json_printer(out ? out.get() : stdout)->refused(reason);

@@ -29,7 +29,7 @@ const std::vector<Operation>& all_operations()
          optimized},
         {"restore_service", " SERVICE...|--all", "switch them, or all, back on", Kind::service_call,
          writes, optimized, none},
-        {"ignore_service", " on|off SERVICE...", "leave services alone, or no longer",
+        {"ignore_service", " on|off SERVICE...", "mark as ignored, or remove the mark",
          Kind::service_call, writes, none, ignored},
         {"switched", "", "print the record of what was switched off", Kind::record, reads},
         {"add_service", " NAME [DESCRIPTION...]", "add a candidate", Kind::edit, writes},

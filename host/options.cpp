@@ -3,6 +3,7 @@
 #include "host/module.h"
 #include "host/operation.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -20,15 +21,17 @@ const char* const installed_directory = INSTALLED_DIRECTORY;
 namespace
 {
 
+constexpr const char* all_services = "--all";
 constexpr const char* short_options = ":C:m:jnw:hV";
+enum LongOption : int { full = 256, all, no_units }; // beyond the letters
 constexpr option long_options[] = {{"directory", required_argument, nullptr, 'C'},
                                    {"module", required_argument, nullptr, 'm'},
                                    {"json", no_argument, nullptr, 'j'},
                                    {"dry-run", no_argument, nullptr, 'n'},
                                    {"wait", required_argument, nullptr, 'w'},
-                                   {"no-units", no_argument, nullptr, 'u'},
-                                   {"full", no_argument, nullptr, 'f'},
-                                   {"all", no_argument, nullptr, 'a'},
+                                   {"no-units", no_argument, nullptr, no_units},
+                                   {"full", no_argument, nullptr, full},
+                                   {"all", no_argument, nullptr, all},
                                    {"help", no_argument, nullptr, 'h'},
                                    {"version", no_argument, nullptr, 'V'},
                                    {nullptr, 0, nullptr, 0}};
@@ -48,7 +51,7 @@ std::string refusal_of(const std::string& word)
     if (optopt == 0) {
         return word + ": no such option";
     }
-    if (std::strchr("CmjnwufahV", optopt) != nullptr) {
+    if (optopt >= full || std::strchr("CmjnwhV", optopt) != nullptr) {
         // optopt is a known letter, so its long option was given an argument it does not take.
         return word + ": takes no argument";
     }
@@ -72,16 +75,16 @@ void take_option(int letter, const char* word, Options& options)
         options.is_rehearsal = true;
         break;
     case 'w':
-        options.wait = to_number(optarg);
+        options.wait = to_number(optarg, "--wait: ");
         break;
-    case 'u':
+    case no_units:
         options.uses_units = false;
         break;
-    case 'f':
+    case full:
         options.is_full = true;
         break;
-    case 'a':
-        options.words.emplace_back("--all");
+    case all:
+        options.words.emplace_back(all_services);
         break;
     case 'h':
         options.task = Options::Task::help;
@@ -117,12 +120,6 @@ public:
         std::vector<std::string> words(m_next, m_end);
         m_next = m_end;
         return words;
-    }
-    bool skip(const char* word)
-    {
-        const bool is_next = m_next != m_end && *m_next == word;
-        m_next += is_next ? 1 : 0;
-        return is_next;
     }
     bool are_left() const { return m_next != m_end; }
 
@@ -174,8 +171,10 @@ void take_arguments(std::string_view usage, Words& words, Call& call)
     if (takes("on|off")) {
         call.arguments.flag = to_flag(words.next("on or off"));
     }
-    if (takes("--all") && words.skip("--all")) {
-        call.is_for_all = true;
+    if (call.is_for_all) {
+        if (!takes(all_services)) {
+            throw UsageError("takes no --all");
+        }
     } else if (takes("ID") || takes("SERVICE")) {
         take_services(words.rest(takes("ID") ? "the id" : "the service"), takes("ID"), call);
     } else if (takes("NAME...")) {
@@ -238,7 +237,6 @@ void parse_options(int argc, char** argv, Options& options)
     opterr = 0;
     std::optional<UsageError> first_error;
     for (int letter = 0;
-         options.task == Options::Task::call &&
          (letter = getopt_long(argc, argv, short_options, long_options, nullptr)) != -1;) {
         try {
             take_option(letter, argv[optind - 1], options);
@@ -253,7 +251,7 @@ void parse_options(int argc, char** argv, Options& options)
         return;
     }
     options.words.insert(options.words.begin(), argv + optind, argv + argc);
-    if (options.words.empty() || options.words[0] == "--all") {
+    if (options.words.empty() || options.words[0] == all_services) {
         throw UsageError("the operation is missing");
     }
     if (options.words[0] == "-") {
@@ -269,20 +267,23 @@ bool is_id(const std::string& word)
     return !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
 }
 
-rpc::int32 to_number(const std::string& text)
+rpc::int32 to_number(const std::string& text, const char* subject)
 {
     errno = 0;
     const unsigned long long number = is_id(text) ? std::strtoull(text.c_str(), nullptr, 10) : 0;
     if (!is_id(text) || errno != 0 || number > UINT32_MAX) {
-        throw UsageError("'" + text + "' is not a number from 0 to 4294967295");
+        throw UsageError(subject + ("'" + text) + "' is not a number from 0 to 4294967295");
     }
     return static_cast<rpc::int32>(number);
 }
 
-Call to_call(const std::vector<std::string>& words)
+Call to_call(std::vector<std::string> words)
 {
     Call call{words.front(), {}};
     const std::string usage = call.operation + find_operation(call.operation).arguments;
+    const auto end = std::remove(words.begin() + 1, words.end(), all_services);
+    call.is_for_all = end != words.end();
+    words.erase(end, words.end());
     try {
         Words arguments(words);
         take_arguments(usage.substr(call.operation.size()), arguments, call);

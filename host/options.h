@@ -42,12 +42,12 @@ void parse_options(int argc, char** argv, Options& options);
 /// Whether a word that stands for a service is its id: it has digits only. Otherwise it is a name.
 bool is_id(const std::string& word);
 
-/// Throws UsageError if it is not a number from 0 to 4294967295.
-rpc::int32 to_number(const std::string& text);
+/// Throws UsageError, whose text begins with `subject`, if it is not a number from 0 to 4294967295.
+rpc::int32 to_number(const std::string& text, const char* subject = "");
 
 /// Makes a call from an operation's name and its arguments, as the table of operations describes
 /// them. Throws UsageError, whose text names the operation and its arguments.
-Call to_call(const std::vector<std::string>& words);
+Call to_call(std::vector<std::string> words);
 
 /// Splits a line at white space. Returns no words for a blank line or a comment ('#'). Throws
 /// UsageError.

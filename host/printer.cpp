@@ -72,7 +72,7 @@ public:
     {
     }
 
-    /// Prints cells with two blanks between them. Cuts the last one to the width that is left.
+    /// Prints cells with two blanks between them, and cuts them to the width that is left.
     void row(const std::vector<Cell>& cells) const
     {
         std::string line;
@@ -80,15 +80,17 @@ public:
         for (const Cell& cell : cells) {
             const std::string gap = &cell == &cells.front() ? "" : "  ";
             width += gap.size();
-            const bool is_cut = m_columns && &cell == &cells.back();
-            const std::string text =
-                is_cut ? cut(cell.text, *m_columns - std::min(*m_columns, width)) : cell.text;
+            if (m_columns && width >= *m_columns) {
+                break;
+            }
+            const std::string text = m_columns ? cut(cell.text, *m_columns - width) : cell.text;
             width += display_width(text);
             line += gap + painted(cell.style, text);
         }
+        line.erase(line.find_last_not_of(' ') + 1); // npos + 1 is 0
         std::fprintf(m_file, "%s\n", line.c_str());
     }
-    void flush() const { std::fflush(m_file); }
+    void flush() const { require_written(m_file); }
     std::string painted(const char* style, const std::string& text) const
     {
         const bool plain = !m_is_colored || style == style::plain;
@@ -136,10 +138,9 @@ public:
                 m_out.row({{std::to_string(param->number())}});
             }
         }
-        m_out.flush();
+        m_out.flush(); // "success" is not said of rows that are lost
         m_messages.row(
             {{end_of(answer) + (answer.is_rehearsal ? "; a dry run: nothing was changed" : "")}});
-        m_messages.flush();
     }
 
     void refused(const std::string&) override {}
@@ -363,7 +364,14 @@ private:
 
     void line(const Json& object)
     {
-        const std::string text = object.dump(-1, ' ', false, Json::error_handler_t::replace);
+        std::string text = object.dump(-1, ' ', false, Json::error_handler_t::replace);
+        // A terminal would obey the control characters from U+0080 on.
+        for (std::size_t at = 0; (at = text.find('\xC2', at)) != std::string::npos; ++at) {
+            const auto second = static_cast<unsigned char>(text[at + 1]);
+            if (second < 0xA0) {
+                text.replace(at, 2, "\\u00" + hexadecimal(second).substr(8));
+            }
+        }
         std::fprintf(m_out, "%s\n", text.c_str());
         std::fflush(m_out);
     }

@@ -8,7 +8,9 @@
 #include "host/system_log.h"
 #include "host/working_folder.h"
 
+#include <algorithm>
 #include <map>
+#include <set>
 
 namespace host
 {
@@ -69,31 +71,38 @@ transaction::Call parts_of(rpc::IIfaceRealize& interface, const Call& call, Answ
     };
 }
 
-/// The ids of the requested services. Of those that are to be restored because they are recorded,
-/// some may not be configured: what becomes of these is known at once.
-transaction::Ids ids_of(const Call& call, const transaction::Transaction& transaction,
-                        std::vector<Outcome>& unconfigured)
+/// The ids of all services that are recorded as switched off. What becomes of those that are not
+/// configured is known at once.
+transaction::Ids ids_of_all(const transaction::Transaction& transaction,
+                            std::vector<Outcome>& unconfigured)
 {
-    if (call.arguments.ids) {
-        return *call.arguments.ids;
-    }
-    std::vector<std::string> services = call.services;
-    if (call.is_for_all) {
-        const std::set<std::string> known = names_of(transaction.entries());
-        for (const auto& [name, line] : transaction.record()) {
-            if (line.state == transaction::State::ignored) {
-                continue;
-            }
-            if (known.count(name) != 0) {
-                services.push_back(name);
-            } else {
-                unconfigured.push_back({0, name, Outcome::not_handled, "not configured",
-                                        how_to_restore(name, line), false});
-            }
+    const auto is_off = [](const transaction::Line& line) {
+        return line.state != transaction::State::ignored;
+    };
+    const transaction::Lines& lines = transaction.record();
+    transaction::Ids ids;
+    std::set<std::string> configured;
+    for (const transaction::Entry& entry : transaction.entries()) {
+        const auto line = lines.find(entry.name);
+        if (line != lines.end() && is_off(line->second)) {
+            ids.push_back(entry.id);
+            configured.insert(entry.name);
         }
     }
+    for (const auto& [name, line] : lines) {
+        if (is_off(line) && configured.count(name) == 0) {
+            unconfigured.push_back({0, name, Outcome::not_handled, "not configured",
+                                    how_to_restore(name, line.levels), false});
+        }
+    }
+    return ids;
+}
+
+/// The ids of the requested services.
+transaction::Ids ids_of(const Call& call, const transaction::Transaction& transaction)
+{
     try {
-        return find_ids(services, transaction);
+        return call.arguments.ids ? *call.arguments.ids : find_ids(call.services, transaction);
     } catch (const std::runtime_error& error) {
         throw Refused(error.what());
     }
@@ -108,21 +117,46 @@ void foretell(Answer& answer)
     answer.result = rehearsed_result;
 }
 
-/// The run levels of the services that were switched, by name.
-std::map<std::string, std::string> levels_of(const std::vector<Outcome>& outcomes,
-                                             const transaction::Transaction& transaction)
+/// The lines for the system log: what was switched, perhaps only in part, and what an interrupted
+/// call had switched. `before` is the record before the call.
+std::vector<std::string> history(const std::vector<Outcome>& outcomes, bool on,
+                                 const transaction::Lines& before,
+                                 const transaction::Transaction& transaction)
 {
-    std::map<std::string, std::string> all;
+    std::map<std::string, std::string> levels;
     for (const transaction::Entry& entry : transaction.entries()) {
-        all.emplace(entry.name, entry.level);
+        levels.emplace(entry.name, transaction::on_in(entry.level));
     }
-    std::map<std::string, std::string> switched;
-    for (const Outcome& each : outcomes) {
-        if (each.kind == Outcome::done) {
-            switched[each.name] = all[each.name];
+    std::vector<std::string> texts;
+    const auto add = [&](const std::string& name, bool is_on, const char* who) {
+        texts.push_back(name + (is_on ? " switched back on, " : " switched off, was on ") +
+                        levels[name] + who);
+    };
+    for (const auto& [name, line] : before) {
+        const auto now = transaction.record().find(name);
+        const bool has_line = now != transaction.record().end();
+        if (line.state == transaction::State::switching_off && has_line &&
+            now->second.state == transaction::State::off) {
+            add(name, false, ", by an interrupted call");
+        } else if (line.state == transaction::State::switching_on && !has_line) {
+            add(name, true, ", by an interrupted call");
         }
     }
-    return switched;
+    std::set<std::string> told;
+    for (const Outcome& each : outcomes) {
+        const bool may_be_switched = each.reason == "command failed" || each.reason == "still on" ||
+                                     each.reason == "still off" || each.reason == "not verified";
+        if (!told.insert(each.name).second) {
+            continue;
+        }
+        if (each.kind == Outcome::done) {
+            add(each.name, on, "");
+        } else if (may_be_switched) {
+            texts.push_back(each.name + (on ? " not switched back on: " : " not switched off: ") +
+                            each.message);
+        }
+    }
+    return texts;
 }
 
 } // namespace
@@ -151,30 +185,32 @@ Answer call_in_transaction(rpc::IIfaceRealize& interface, const Call& call,
     const bool marks = operation.to == transaction::ignored;
     const bool on = operation.to == transaction::none;
     Answer answer;
+    std::vector<Outcome> unconfigured;
     std::optional<transaction::Transaction> transaction;
     transaction.emplace(configuration_path, parts_of(interface, call, answer), say, waiting);
     const IgnoredSignals ignored_signals;
+    const transaction::Lines before = transaction->record();
     answer.has_candidates = !transaction->entries().empty();
     if (operation.to == Operation::same) {
         answer.services = transaction->list();
-        return answer;
+    } else {
+        if (is_rehearsal) {
+            transaction->rehearse();
+            foretell(answer);
+        }
+        const transaction::Ids ids =
+            call.is_for_all ? ids_of_all(*transaction, unconfigured) : ids_of(call, *transaction);
+        answer.outcomes = marks ? transaction->ignore(ids, call.arguments.flag.value_or(false))
+                                : transaction->switch_services(ids, on);
     }
-    if (is_rehearsal) {
-        transaction->rehearse();
-        foretell(answer);
+    std::vector<std::string> lines;
+    if (!is_rehearsal) {
+        const bool switches = operation.to != Operation::same && !marks;
+        lines = history(switches ? answer.outcomes : unconfigured, on, before, *transaction);
     }
-    std::vector<Outcome> unconfigured;
-    const transaction::Ids ids = ids_of(call, *transaction, unconfigured);
-    answer.outcomes = marks ? transaction->ignore(ids, call.arguments.flag.value_or(false))
-                            : transaction->switch_services(ids, on);
-    const auto switched = levels_of(answer.outcomes, *transaction);
     answer.outcomes.insert(answer.outcomes.end(), unconfigured.begin(), unconfigured.end());
     transaction.reset(); // a slow log must not hold the lock
-    if (!marks && !is_rehearsal) {
-        for (const auto& [name, levels] : switched) {
-            log_switch(name, levels, on);
-        }
-    }
+    std::for_each(lines.begin(), lines.end(), log_line);
     return answer;
 }
 

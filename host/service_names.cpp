@@ -18,24 +18,15 @@ std::string refusal_of(const std::string& name, const transaction::Lines& record
     return line == record.end() || line->second.state == transaction::State::ignored
                ? "no service '" + name +
                      "' is configured; ls_service lists them, add_service adds one"
-               : name + ": " + how_to_restore(name, line->second);
+               : name + ": " + how_to_restore(name, line->second.levels);
 }
 
 } // namespace
 
-std::set<std::string> names_of(const std::vector<transaction::Entry>& entries)
+std::string how_to_restore(const std::string& name, const std::string& levels)
 {
-    std::set<std::string> names;
-    for (const transaction::Entry& entry : entries) {
-        names.insert(entry.name);
-    }
-    return names;
-}
-
-std::string how_to_restore(const std::string& name, const transaction::Line& line)
-{
-    return "not configured; it was on " + transaction::on_in(line.levels) + ": add_service " +
-           name + ", then restore_service " + name;
+    return "not configured; it was on " + transaction::on_in(levels) + ": add_service " + name +
+           ", then restore_service " + name;
 }
 
 std::vector<unsigned int> find_ids(const std::vector<std::string>& services,

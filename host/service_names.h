@@ -3,17 +3,14 @@
 
 #include "transaction/transaction.h"
 
-#include <set>
 #include <string>
 #include <vector>
 
 namespace host
 {
 
-std::set<std::string> names_of(const std::vector<transaction::Entry>& entries);
-
-/// For people: what to do about a recorded service that is not configured.
-std::string how_to_restore(const std::string& name, const transaction::Line& line);
+/// For people: what to do about a service that is not configured, and was on in `levels`.
+std::string how_to_restore(const std::string& name, const std::string& levels);
 
 /// The ids of services that are given by id or name, in the order given. A name stands for all
 /// entries of that name. Throws std::runtime_error, whose text is for people, if a name is not

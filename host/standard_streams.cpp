@@ -76,7 +76,7 @@ void open_standard_error()
 void require_written(std::FILE* out)
 {
     if (std::fflush(out) != 0 || std::ferror(out) != 0) {
-        fail(output_name);
+        throw OutputError(std::string(output_name) + ": " + std::strerror(errno));
     }
 }
 
@@ -84,7 +84,7 @@ void require_reader(std::FILE* out)
 {
     struct pollfd state = {fileno(out), 0, 0};
     if (poll(&state, 1, 0) > 0 && (state.revents & (POLLERR | POLLHUP)) != 0) {
-        throw std::runtime_error(std::string(output_name) + ": nobody reads it any more");
+        throw OutputError(std::string(output_name) + ": nobody reads it any more");
     }
 }
 

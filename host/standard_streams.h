@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace host
@@ -12,6 +13,11 @@ namespace host
 
 constexpr const char* input_name = "standard input";
 constexpr const char* output_name = "standard output";
+
+/// Standard output cannot be written, or nobody reads it any more: further calls make no sense.
+struct OutputError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
 
 struct FileCloser {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
@@ -37,11 +43,11 @@ File take_standard_input();
 /// Throws std::runtime_error.
 void open_standard_error();
 
-/// Flushes the stream; throws std::runtime_error if any of its output could not be written.
+/// Flushes standard output; throws OutputError if any of it could not be written.
 void require_written(std::FILE* out);
 
-/// Throws std::runtime_error if nobody can read the stream any more: its pipe or socket was closed
-/// at the other end, or its terminal hung up.
+/// Throws OutputError if nobody can read standard output any more: its pipe or socket was closed at
+/// the other end, or its terminal hung up.
 void require_reader(std::FILE* out);
 
 /// The width of a terminal; none if it is no terminal, or does not say.

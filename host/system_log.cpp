@@ -2,7 +2,6 @@
 
 #include "fwbase/text.h"
 #include "host/standard_streams.h"
-#include "transaction/line.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -13,11 +12,8 @@
 namespace host
 {
 
-void log_switch(const std::string& name, const std::string& levels, bool on)
+void log_line(std::string text)
 {
-    const std::string where = transaction::on_in(levels);
-    std::string text =
-        name + (on ? " switched back on, " + where : " switched off, was on " + where);
     char user[256];
     if (getlogin_r(user, sizeof user) == 0) {
         text += std::string(", by ") + user;

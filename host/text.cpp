@@ -68,6 +68,11 @@ std::string cut(const std::string& text, std::size_t columns)
     if (display_width(text) <= columns) {
         return text;
     }
+    const std::string bare = text.substr(0, text.find_last_not_of(' ') + 1); // npos + 1 is 0
+    const std::size_t used = display_width(bare);
+    if (used <= columns) {
+        return bare + std::string(columns - used, ' ');
+    }
     std::size_t width = 1; // of the sign at the end
     std::size_t end = 0;
     for (std::size_t at = 0; at < text.size();) {

@@ -15,7 +15,8 @@ std::string hexadecimal(std::uint32_t number);
 /// character, none for a combining one.
 std::size_t display_width(const std::string& text);
 
-/// The text, or its beginning and "…", so that it takes no more columns than these.
+/// The text, or its beginning and "…", so that it takes no more columns than these. Blanks at its
+/// end are cut without the sign.
 std::string cut(const std::string& text, std::size_t columns);
 
 /// A word of a user's for a message: at most 200 bytes of it.

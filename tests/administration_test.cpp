@@ -76,7 +76,13 @@ TEST_F(AdministrationTest, EditsTheCandidates)
          R"("not_handled":[{"id":3,"name":"cups","reason":"optimized")", off,
          "name=\"cups\" op=\"1"},
         {"$H optimize_service cups; rm config/*/*.record; $H remove_service cups", 1, "", off},
-        {"$H optimize_service cups; sed -i /cups/d " CONF "; $H remove_service cups", 1, "", off},
+        {"$H optimize_service cups; sed -i /cups/d " CONF "; $H remove_service cups", 1,
+         R"([{"name":"cups","reason":"optimized","message":"not configured; it was on in 2345)"},
+        {"sed -i 's/service_optimize/x/g' " CONF "; $H ls_service", 0, "",
+         "no service is configured; the element service_optimize is missing"},
+        {"$H ignore_service on cups; cp config/*/*.record r; $H remove_service cups; cp r " CONF
+         ".record; $H add_service cups; $H ls_service",
+         0, R"("id":31,"name":"cups","desc":"","op":0,"level":"2345")"},
         {"$H ignore_service on cups; $H remove_service cups; $H add_service cups; $H ls_service", 0,
          R"("id":31,"name":"cups","desc":"","op":0,"level":"2345")"}};
     for (const auto& row : table) {
@@ -131,6 +137,40 @@ TEST_F(AdministrationTest, KeepsAHistory)
                                   "optimize_host: rsync switched back on, with xinetd\n"));
 }
 
+// A name of digits is no id, and what the record does not know is taken over first.
+TEST_F(AdministrationTest, RestoresAll)
+{
+    EXPECT_EQ(shell("sed -i 's/name=\"cups/name=\"30/' " CONF
+                    "; sed -i 's/^cups/30/' etc/runlevels; "
+                    "$H optimize_service 3 rsync; rm " CONF ".record; $H restore_service --all"),
+              0);
+    EXPECT_THAT(read("output"), AllOf(HasSubstr("[\"30\"]"), HasSubstr("[\"rsync\"]")));
+    for (const std::string call : {"optimize_service --all", "restore_service --all cups",
+                                   "add_service --all x", "-- - --all"}) {
+        EXPECT_EQ(shell("$H " + call), 2) << call;
+    }
+}
+
+// The log tells what may have been switched, and what a killed call has switched.
+TEST_F(AdministrationTest, LogsWhatWentWrong)
+{
+    shell("mv bin/chkconfig bin/real");
+    write("bin/chkconfig",
+          "#!/bin/sh\n[ $1 = --list ] || . ./switching\nexec ${0%/*}/real \"$@\"\n");
+    write("bin/K", "#!/bin/sh\necho $$ >pid\nexec $H \"$@\"\n");
+    EXPECT_EQ(
+        shell("chmod +x bin/chkconfig bin/K; echo exit 1 >switching; $H optimize_service cups; "
+              "echo 'real \"$@\"; kill -9 $(cat pid)' >switching; K optimize_service cups; "
+              ": >switching; $H switched && $H ls_service && $H ls_service; sed 's/, by [^a].*//' "
+              "log"),
+        0);
+    EXPECT_THAT(
+        read("output"),
+        testing::EndsWith("optimize_host: cups not switched off: command failed; it is still on "
+                          "in run levels 2345\noptimize_host: cups switched off, was on in "
+                          "2345, by an interrupted call\n"));
+}
+
 TEST_F(AdministrationTest, WaitsNoLongerThanItIsTold)
 {
     shell("$H ls_service; mkfifo fifo");
@@ -155,6 +195,10 @@ TEST_F(AdministrationTest, WaitsNoLongerThanItIsTold)
     EXPECT_EQ(shell("{ timeout 60 $H ls_service; echo $? >status; } | true; cat status"), 0);
     EXPECT_EQ(read("output"), "3\n");
     EXPECT_THAT(read("errors"), HasSubstr("standard output: nobody reads it any more\n"));
+    EXPECT_EQ(shell("{ { echo ls_service; echo switched; } | timeout 60 " HOST
+                    " - 2>&3; } 3>seen | true"),
+              0);
+    EXPECT_THAT(read("seen"), Not(HasSubstr("success")));        // the next call is not made
     EXPECT_EQ(shell("$H switched && $H get_optimize_sorce"), 0); // do not wait
     close(lock);
     EXPECT_EQ(shell("$H --wait 0 ls_service"), 0);
@@ -180,6 +224,8 @@ TEST_F(AdministrationTest, ShowsWhatFitsATerminal)
     };
     const std::string list = "NO_COLOR=1 " HOST " ls_service";
     EXPECT_THAT(screen_of(list), HasSubstr("atd                   0 none       345     一次…\n"));
+    EXPECT_THAT(screen_of("stty cols 22 <&1; " + list),
+                HasSubstr("\n         2  atd\n         3  cups\n"));
     EXPECT_THAT(screen_of(list + " --full"), HasSubstr("不使用 at 命令时可以关闭。\n"));
     EXPECT_EQ(screen_of("export TERM=xterm; " HOST " ls_reg"),
               "\x1B[32msuccess\x1B[0m (code 0x80000000)\n");

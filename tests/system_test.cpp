@@ -98,7 +98,9 @@ TEST_F(SystemTest, AnswersOnTheCommandLine)
         {"-xj", 2,
          "{\"reply\":\"none\",\"error\":\"-x: no such option; see optimize_host --help\"}\n",
          "optimize_host: -x: no such option"},
-        {"ls_reg --wait=x", 2, "", "'x' is not a number"},
+        {"ls_reg --wait=x", 2, "", "--wait: 'x' is not a number"},
+        {"-f --help --json", 2,
+         "{\"reply\":\"none\",\"error\":\"-f: no such option; see optimize_host --help\"}\n", ""},
         {"--all", 2, "", "the operation is missing"},
         {"set_optimize_sorce", 2, "", "set_optimize_sorce: the score is missing"},
         {"ignore_service maybe 1", 2, "", "'maybe' is neither on nor off"},
@@ -114,7 +116,8 @@ TEST_F(SystemTest, AnswersOnTheCommandLine)
          "{\"reply\":\"none\",\"error\":\"'missing': No such file or directory\"}\n",
          "optimize_host: 'missing': No such file or directory\n"},
         {"get_optimize_num 2>&-", 0, "3\n", ""},
-        {"get_optimize_num >/dev/full", 3, "", "standard output: No space left"},
+        {"get_optimize_num >/dev/full", 3, "",
+         "optimize_host: standard output: No space left on device\n"},
         {"- <calls >/dev/full", 3, "", "standard output: No space left"},
         {"--help >/dev/full", 3, "", "standard output: No space left"}};
     for (const auto& [arguments, status, output, message] : table) {
@@ -124,6 +127,7 @@ TEST_F(SystemTest, AnswersOnTheCommandLine)
         const std::string errors = read("errors");
         EXPECT_THAT(errors, HasSubstr(message));
         EXPECT_LE(std::count(errors.begin(), errors.end(), '\n'), 2); // the status and a message
+        EXPECT_THAT(errors, testing::Not(HasSubstr(status == 3 ? "success" : "never")));
     }
     write("bin/chkconfig", "#!/bin/sh\ncat\n"); // must not read the calls
     const std::string input = "printf 'ls_service\\n#%5000s\\nls_reg\\n' | "; // beyond a buffer

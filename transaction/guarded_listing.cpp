@@ -43,6 +43,7 @@ GuardedListing::GuardedListing(const std::string& configuration, Call call, Say 
       m_say(std::move(say)), m_record(m_lock.place()), m_configuration(configuration),
       m_lines(m_record.read())
 {
+    take_over();
 }
 
 View GuardedListing::view_of(const std::string& name) const
@@ -77,7 +78,6 @@ void GuardedListing::set_entries(const std::string& name, int op, const std::str
 
 void GuardedListing::begin(const Names& switched, const Names& named)
 {
-    take_over();
     list(switched, true);
     settle(named, true);
     save();

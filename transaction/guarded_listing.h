@@ -33,7 +33,8 @@ class GuardedListing
 public:
     using Names = std::vector<std::string>;
 
-    /// Waits for the lock, and reads the configuration and the record.
+    /// Waits for the lock, and reads the configuration and the record. Takes over what only the
+    /// configuration knows.
     GuardedListing(const std::string& configuration, Call call, Say say, const Waiting& waiting);
 
     /// The first listing of a call, settled and recorded. `named` are the services that the call
