@@ -107,21 +107,21 @@ bool read_number(const char* xpath, unsigned int& number)
 std::optional<int> reconcile(IXmlNode& info, const TServiceInfo& live)
 {
     const bool off = live.level == "off";
-    const bool running = live.xinetd ? live.level == "on" : !off;
+    const bool on = live.xinetd ? live.level == "on" : !off;
     const int stored = number_attribute(info, "op");
-    if (!running && !off) {
+    if (!on && !off) {
         return stored; // xinetd, neither on nor off: leave the entry as it is
     }
     // A service that the module switched off keeps its recorded levels until it is restored, and an
     // ignored service is left alone.
-    if (stored == (running ? OPT_IGNORED : OPT_OPTIMIZED)) {
+    if (stored == (on ? OPT_IGNORED : OPT_OPTIMIZED)) {
         return stored;
     }
-    const OptimizeOperate state = running ? OPT_NONE : OPT_UNAVAILABLE;
+    const OptimizeOperate state = on ? OPT_NONE : OPT_UNAVAILABLE;
     info.attribute("op")->setValue(std::to_string(state).c_str());
     info.attribute("level")->setValue(live.level.c_str());
     info.attribute("xinetd")->setValue(live.xinetd ? "1" : "0");
-    return running ? std::optional<int>(state) : std::nullopt;
+    return on ? std::optional<int>(state) : std::nullopt;
 }
 
 } // namespace

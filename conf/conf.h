@@ -10,9 +10,9 @@
 
 /// State of a configured service; stored as decimal text.
 enum OptimizeOperate : int {
-    OPT_NONE = 0,       ///< running; a candidate for optimisation
+    OPT_NONE = 0,       ///< on; a candidate for optimisation
     OPT_OPTIMIZED = 1,  ///< switched off by the module
-    OPT_IGNORED = 2,    ///< running; the user wants it left alone
+    OPT_IGNORED = 2,    ///< on; the user wants it left alone
     OPT_UNAVAILABLE = 3 ///< not on the machine, or switched off by others; not listed
 };
 
@@ -21,7 +21,7 @@ struct ServiceOptimize {
     int id = 0;
     std::string name; ///< UTF-8, as the listing prints it
     OptimizeOperate op = OPT_NONE;
-    std::string level; ///< run levels when last seen running ("2345"), "on" or "off"
+    std::string level; ///< run levels in which it was last seen on ("2345"), "on" or "off"
     bool xinetd = false;
 };
 

@@ -50,11 +50,11 @@ public:
     // These three stream the ids that they handled. An id is silently skipped if it is not
     // configured, its service is in another state, or its command failed.
 
-    /// Switches running services off.
+    /// Switches services off that are on.
     ec::EC optimize_service(ICommand* cmd, const Ids& ids, Ids& out);
     /// Switches services back on that optimize_service switched off.
     ec::EC restore_service(ICommand* cmd, const Ids& ids, Ids& out);
-    /// Marks running services as ignored, or removes the mark.
+    /// Marks services that are on as ignored, or removes the mark.
     ec::EC ignore_service(ICommand* cmd, const Ids& ids, const bool& ignore, Ids& out);
 
     /// Handles those of `ids` whose entry is in the state `op`, in order, and appends them to

@@ -148,13 +148,13 @@ TEST_F(SystemTest, RestoresExactlyWhatItSwitchedOff)
     ASSERT_THAT(ids, testing::EndsWith(" 84")); // 69 and 15
     write_conf(infos);
     const std::string before = output_of("cat etc/runlevels etc/xinetd.d/*");
-    const std::size_t running = items("ls_service").size();
+    const std::size_t on = items("ls_service").size();
     // While xinetd is off, its services are not listed: three are switched, but not verified.
-    EXPECT_EQ(items("optimize_service" + ids).size(), running - 3);
+    EXPECT_EQ(items("optimize_service" + ids).size(), on - 3);
     EXPECT_THAT(read("errors"), HasSubstr("chkconfig --level 12345 blk-availability off\n"));
     EXPECT_EQ(output_of("chkconfig --list | grep -cw '[0-5]:on'"), "0\n");
     EXPECT_EQ(output_of("grep -L 'disable.*= yes' etc/xinetd.d/*"), "");
-    EXPECT_EQ(items("restore_service" + ids).size(), running);
+    EXPECT_EQ(items("restore_service" + ids).size(), on);
     EXPECT_EQ(output_of("cat etc/runlevels etc/xinetd.d/*"), before);
 }
 
