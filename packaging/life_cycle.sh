@@ -34,7 +34,8 @@ conf=$state/config/system_operation/conf.xml
 sample=$root/usr/share/optimize_option/config/system_operation/conf.xml
 
 in_root() {
-    env PATH="/packages/machine/bin:$PATH" chroot "$root" "$@" >"$log" 2>&1
+    # The log would be that of this machine.
+    env PATH="/packages/machine/bin:$PATH" OPTIMIZE_HOST_LOG=/packages/history chroot "$root" "$@" >"$log" 2>&1
 }
 
 rpm_in_root() {

@@ -19,6 +19,7 @@ trap 'rm -rf "$place"' EXIT
 mkdir "$place/bin"
 printf '#!/bin/sh\nexec cat %q\n' "$root/machine/chkconfig-list.txt" >"$place/bin/chkconfig"
 chmod +x "$place/bin/chkconfig"
+export OPTIMIZE_HOST_LOG=$place/history
 
 # A configuration of $2 entries in the working directory $1. The names are those of the listing, over
 # and over, but every sixth is of no service; the descriptions are those of the embedded machine.

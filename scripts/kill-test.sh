@@ -19,7 +19,7 @@ trap 'rm -rf "$machine"' EXIT
 cp -R machine/. "$machine"
 cd "$machine"
 mkdir tmp copies
-export PATH=$machine/bin:$PATH TMPDIR=$machine/tmp
+export PATH=$machine/bin:$PATH TMPDIR=$machine/tmp OPTIMIZE_HOST_LOG=$machine/history
 conf=config/system_operation/conf.xml
 
 history=() # the calls of the round

@@ -20,6 +20,7 @@ machine=$PWD/machine
 [[ ${TMPDIR-} != *[[:blank:]]* ]] || unset TMPDIR
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
+export OPTIMIZE_HOST_LOG=$place/history # not the log of this machine
 
 # Checks that packaged binaries are hardened.
 check_hardened() {
