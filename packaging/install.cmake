@@ -21,7 +21,7 @@ install(FILES ${PROJECT_BINARY_DIR}/completion.bash RENAME optimize_host
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 # Only documents that do not point to files of the source tree.
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/optimize-option)
-install(FILES CHANGELOG.md docs/configuration.md packaging/copyright DESTINATION ${documents})
+install(FILES CHANGELOG.md docs/configuration.md docs/json.md packaging/copyright DESTINATION ${documents})
 
 # Ansible looks for modules in this folder if the prefix is /usr.
 install(FILES examples/ansible/library/optimize_option.py

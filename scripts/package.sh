@@ -104,7 +104,7 @@ check() {
     for file in "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so "$root/$conf" \
         "$root"/usr/share/{man/man1/optimize_host.1.gz,bash-completion/completions/optimize_host} \
         "$root/usr/share/ansible/plugins/modules/optimize_option.py" \
-        "$documents"/{copyright,configuration.md,interface.md,examples/ansible/optimize.yml}; do
+        "$documents"/{copyright,configuration.md,json.md,interface.md,examples/ansible/optimize.yml}; do
         [[ -e $file ]] || die "${file#"$root/"} is not in a package"
     done
     [[ ! -e $root/etc && ! -e $root/var ]] || die 'the configuration is in a package'
