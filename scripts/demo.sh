@@ -44,6 +44,7 @@ machine=$(mktemp -d)
 trap 'rm -rf "$machine"' EXIT
 cp -R machine/. "$machine"
 export PATH=$machine/bin:$PWD/build/release/bin:$PATH
+export OPTIMIZE_HOST_LOG=$machine/history # not the system log of this machine
 export LC_ALL=C # the tools pass bytes on as they are, so that what they print stays UTF-8
 cd "$machine"
 for tool in chkconfig sed; do
@@ -93,11 +94,11 @@ run "$states"
 expect 'cups +1 optimized.*rsync +1 optimized'
 
 heading 'The record, by which they come back whatever happens to the configuration'
-run 'cat config/system_operation/conf.xml.record'
-expect 'cups off 2345 .*rsync off on '
+run 'optimize_host switched'
+expect 'cups +off +2345 .*rsync +off +on '
 
-heading 'Switching them back on'
-run 'optimize_host restore_service cups rsync'
+heading 'Switching everything back on that was switched off'
+run 'optimize_host restore_service --all'
 expect ' 3  cups.* 30  rsync'
 run "$levels"
 [[ $output == "$before" ]] || die 'the run levels are not those of before'
@@ -110,6 +111,17 @@ expect 'atd \(2\) not handled: it is marked as ignored$'
 run 'chkconfig --list atd'
 expect '3:on.*4:on.*5:on'
 run 'optimize_host ignore_service off atd'
+
+heading 'The history, which is otherwise in the system log'
+run 'cat "$OPTIMIZE_HOST_LOG"'
+expect 'cups switched off, was on in 2345.*rsync switched back on, with xinetd'
+
+heading 'One more candidate'
+run 'optimize_host add_service irqbalance Interrupt balancing'
+run 'optimize_host ls_service | grep irqbalance'
+expect '41  irqbalance +0 none +345 +Interrupt balancing'
+run 'optimize_host remove_service irqbalance'
+expect '41  irqbalance'
 
 heading 'Several calls, one loaded module, for a program'
 run "printf 'get_optimize_num\\nignore_service on sshd atd\\n' | optimize_host --json -"
