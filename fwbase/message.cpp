@@ -1,5 +1,7 @@
 #include "fwbase/message.h"
 
+#include "fwbase/reply.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -353,6 +355,13 @@ rpc::IParams* MsgFactory::new_record()
 rpc::IParam* MsgFactory::new_param(unsigned type, const void* value, int hand_over)
 {
     return or_null([=] { return Param::make(type, value, hand_over != 0).release(); });
+}
+
+ec::EC reply_code(const IDataBlock& block)
+{
+    Message message("");
+    const bool is_reply = message.read(block.data(), block.size()) != 0 && message.is_reply();
+    return is_reply ? message.code() : 0;
 }
 
 } // namespace fwbase

@@ -24,8 +24,4 @@ void add_element(IXmlNode& parent, const char* name,
 /// of this library's documents.
 void remove_element(IXmlNode& element);
 
-/// The text of this thread's latest CLiteXmlException since the previous call; empty if there was
-/// none. A module reports only that an operation failed; this is the reason.
-std::string take_last_xml_error();
-
 } // namespace fwbase

@@ -1,5 +1,5 @@
 #include "framework/xml.h"
-#include "fwbase/xml_document.h"
+#include "fwbase/reply.h"
 
 #include <utility>
 

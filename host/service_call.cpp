@@ -1,6 +1,6 @@
 #include "host/service_call.h"
 
-#include "fwbase/xml_document.h"
+#include "fwbase/reply.h"
 #include "host/configuration_path.h"
 #include "host/operation.h"
 #include "host/service_names.h"

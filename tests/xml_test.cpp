@@ -1,5 +1,6 @@
 // The XML library of the reference host, and how it replaces files.
 #include "framework/owned.h"
+#include "fwbase/reply.h"
 #include "fwbase/xml_document.h"
 #include "tests/workspace.h"
 
