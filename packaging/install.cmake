@@ -33,14 +33,16 @@ set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/optimize_option)
 install(DIRECTORY framework DESTINATION ${headers})
 install(FILES rpc/entry.h rpc/result_codes.h DESTINATION ${headers}/rpc)
-install(FILES transaction/calls.h transaction/entry.h transaction/line.h transaction/transaction.h
-  DESTINATION ${headers}/transaction)
+install(FILES fwbase/reply.h DESTINATION ${headers}/fwbase)
+install(FILES transaction/answer.h transaction/calls.h transaction/entry.h transaction/line.h
+  transaction/transaction.h DESTINATION ${headers}/transaction)
 set_target_properties(transaction PROPERTIES OUTPUT_NAME optimize_option_transaction)
 install(TARGETS transaction ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}/optimize_option)
 install(FILES docs/interface.md DESTINATION ${documents})
 install(DIRECTORY examples/embed DESTINATION ${documents}/examples)
-file(RELATIVE_PATH HEADERS_FROM_PKGCONFIG ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
-  ${CMAKE_INSTALL_FULL_INCLUDEDIR}/optimize_option)
+set(pkgconfig ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH HEADERS_FROM_PKGCONFIG ${pkgconfig} ${CMAKE_INSTALL_FULL_INCLUDEDIR}/optimize_option)
+file(RELATIVE_PATH PROGRAM_FROM_PKGCONFIG ${pkgconfig} ${CMAKE_INSTALL_FULL_BINDIR}/optimize_host)
 configure_file(packaging/optimize-option.pc.in optimize-option.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/optimize-option.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
