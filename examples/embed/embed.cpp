@@ -1,13 +1,16 @@
-// A minimal host: loads the installed module, lists the services of this machine, and switches one.
+// A minimal host: loads the installed module and answers one call, which lists the services of this
+// machine or switches one of them. Here the program itself is the client; the call and the replies
+// of a remote one would come and go in the same blocks.
 //
-//     embed              prints the id, the name and the state of each service
+//     embed              prints the id, the state and the name of each service
 //     embed off|on ID    switches one off, or back on
 //
 // Run it in a folder that holds config/system_operation/conf.xml.
 #include <framework/owned.h>
 #include <framework/rpc.h>
+#include <fwbase/reply.h>
 #include <rpc/entry.h>
-#include <transaction/transaction.h>
+#include <transaction/answer.h>
 
 #include <csignal>
 #include <cstdint>
@@ -17,13 +20,13 @@
 #include <dlfcn.h>
 #include <new>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace
 {
 
-using transaction::Ids;
-using Replies = std::vector<transaction::Reply>;
+using Ids = std::vector<unsigned int>;
 using Records = std::vector<rpc::IParams*>;
 
 /// Takes an object from a function that returns null on failure.
@@ -43,46 +46,13 @@ const Value& next_value(rpc::IParams& params)
     return *static_cast<const Value*>(made(param).value());
 }
 
-/// Makes one call of the module and keeps its replies.
-class Caller final : public rpc::ICommand
+/// The client's end: prints the replies that come before the final one.
+class Client final : public rpc::ICommand
 {
 public:
-    Caller(rpc::IIfaceRealize& module, rpc::IMsgFactory& factory)
-        : m_module(module), m_factory(factory)
-    {
-    }
+    explicit Client(rpc::IMsgFactory& factory) : m_factory(factory) {}
 
-    Replies call(const std::string& operation, bool flag, const Ids& ids)
-    {
-        const owned<rpc::IRequest> request(&made(m_factory.new_request(operation.c_str())));
-        const auto add = [&](unsigned type, const void* value) {
-            request->params()->add(&made(m_factory.new_param(type, value, 0)));
-        };
-        const unsigned char byte = flag ? 1 : 0;
-        if (operation == "ignore_service") {
-            add(rpc::T_BOOL, &byte);
-        }
-        if (operation != "ls_service") {
-            add(rpc::T_UINT32_LIST, &ids);
-        }
-        const std::uint32_t size = request->size();
-        fwbase::IDataBlock* in = nullptr;
-        fwbase::IFWBase::instance()->mem_manager()->new_block(in, 4 + size);
-        const owned<fwbase::IDataBlock> owner(&made(in));
-        std::memset(in->buffer(), 0, 4); // the header, without an extension
-        request->write(in->buffer() + 4, size);
-
-        m_replies.clear();
-        fwbase::IDataBlock* out = nullptr;
-        m_module.call_func(in, out, this);
-        if (out == nullptr || !ec::succeeded(reply(0, out))) {
-            throw std::runtime_error(operation + " has failed");
-        }
-        return m_replies;
-    }
-
-    /// Keeps a reply. Returns a failure if it has no list: then the operation failed.
-    ec::EC reply(ec::EC, fwbase::IDataBlock* block) override
+    ec::EC reply(ec::EC code, fwbase::IDataBlock* block) override
     {
         const owned<fwbase::IDataBlock> owner(block);
         const owned<rpc::IRequest> message(&made(m_factory.new_request("")));
@@ -95,28 +65,79 @@ public:
         }
         if (list->type() == rpc::T_UINT32_LIST) {
             for (const unsigned int id : **static_cast<const Ids* const*>(list->value())) {
-                m_replies.push_back({id, "", 0});
+                std::printf("%u switched\n", id);
+                m_has_items = true;
             }
         } else {
-            for (auto* const record : **static_cast<const Records* const*>(list->value())) {
+            for (rpc::IParams* record : **static_cast<const Records* const*>(list->value())) {
                 const auto id = next_value<rpc::int32>(*record);
                 const std::string& name = *next_value<const std::string*>(*record);
                 next_value<const std::string*>(*record); // the description, in GBK
-                m_replies.push_back({id, name, static_cast<int>(next_value<rpc::int32>(*record))});
+                std::printf("%u %u %s\n", id, next_value<rpc::int32>(*record), name.c_str());
             }
         }
-        return 0x80000000;
+        return code;
+    }
+
+    /// Whether a service was switched.
+    bool has_items() const { return m_has_items; }
+
+private:
+    rpc::IMsgFactory& m_factory;
+    bool m_has_items = false;
+};
+
+/// The call block of an operation; `ids` is null for one that takes none.
+owned<fwbase::IDataBlock> make_call(rpc::IMsgFactory& factory, const char* operation,
+                                    const Ids* ids)
+{
+    const owned<rpc::IRequest> request(&made(factory.new_request(operation)));
+    if (ids != nullptr) {
+        request->params()->add(&made(factory.new_param(rpc::T_UINT32_LIST, ids, 0)));
+    }
+    const std::uint32_t size = request->size();
+    fwbase::IDataBlock* in = nullptr;
+    fwbase::IFWBase::instance()->mem_manager()->new_block(in, 4 + size);
+    owned<fwbase::IDataBlock> block(&made(in));
+    std::memset(block->buffer(), 0, 4); // the header, without an extension
+    request->write(block->buffer() + 4, size);
+    return block;
+}
+
+/// The signals that stop the program. They are ignored, because commands inherit that: a command
+/// that they end leaves a service half switched. They are blocked, too, because then the system
+/// keeps an ignored signal until it is asked for.
+class StopSignals
+{
+public:
+    /// To be made before any thread starts, which inherits it.
+    StopSignals()
+    {
+        sigemptyset(&m_all);
+        for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+            sigaddset(&m_all, number);
+            std::signal(number, SIG_IGN);
+        }
+        sigprocmask(SIG_BLOCK, &m_all, nullptr);
+    }
+
+    /// Throws std::runtime_error if one has come.
+    void check() const
+    {
+        const timespec now = {0, 0};
+        if (sigtimedwait(&m_all, nullptr, &now) != -1) {
+            throw std::runtime_error("stopped while another call was running");
+        }
     }
 
 private:
-    rpc::IIfaceRealize& m_module;
-    rpc::IMsgFactory& m_factory;
-    Replies m_replies;
+    sigset_t m_all;
 };
 
-/// Returns false if the service was not switched.
-bool run(const std::string& direction, unsigned int id)
+/// Makes the call. Returns false if it failed or the service was not switched.
+bool run(const char* operation, const Ids* ids)
 {
+    const StopSignals stop_signals;
     void* const library = dlopen(MODULE, RTLD_NOW); // stays loaded until the program ends
     const auto entry = reinterpret_cast<decltype(rpc_ireal_Optimize_Option)*>(
         library == nullptr ? nullptr : dlsym(library, "rpc_ireal_Optimize_Option"));
@@ -131,30 +152,28 @@ bool run(const std::string& direction, unsigned int id)
         throw std::runtime_error("the module cannot be initialised");
     }
     const owned<rpc::IRpcService> rpc(static_cast<rpc::IRpcService*>(service));
-    Caller caller(*module, *rpc->msg_factory());
-    transaction::Transaction transaction(
-        "./config/system_operation/conf.xml",
-        [&caller](const std::string& operation, bool flag, const Ids& ids) {
-            return caller.call(operation, flag, ids);
+    rpc::IMsgFactory& factory = *rpc->msg_factory();
+
+    Client client(factory);
+    transaction::Waiting waiting; // for the calls of other programs
+    waiting.check = [&stop_signals] { stop_signals.check(); };
+    const owned<fwbase::IDataBlock> in = make_call(factory, operation, ids);
+    fwbase::IDataBlock* out = nullptr;
+    transaction::answer(
+        *module, in.get(), out, &client, "./config/system_operation/conf.xml",
+        [](const std::string& message) {
+            const std::string reason = fwbase::take_last_xml_error();
+            const bool is_told = message.find(reason) != std::string::npos;
+            std::fprintf(stderr, "embed: %s\n",
+                         (is_told ? message : message + ": " + reason).c_str());
         },
-        [](const std::string& message) { std::fprintf(stderr, "embed: %s\n", message.c_str()); });
-    bool is_done = true;
-    if (direction.empty()) {
-        for (const transaction::Service& each : transaction.list()) {
-            std::printf("%u %s %d\n", each.entry.id, each.entry.name.c_str(), each.entry.op);
-        }
-    } else {
-        for (const transaction::Outcome& each :
-             transaction.switch_services(Ids(1, id), direction == "on")) {
-            std::printf("%u %s %s\n", each.id, each.name.c_str(),
-                        each.kind == each.done ? "switched" : each.message.c_str());
-            is_done = is_done && each.kind != each.not_handled;
-        }
-    }
+        waiting);
+    const owned<fwbase::IDataBlock> reply(out);
     if (std::fflush(stdout) != 0) {
         throw std::runtime_error("cannot write to standard output");
     }
-    return is_done;
+    return reply && ec::succeeded(fwbase::reply_code(*reply)) &&
+           (ids == nullptr || client.has_items());
 }
 
 } // namespace
@@ -172,8 +191,13 @@ int main(int count, char** arguments)
         return 2;
     }
     std::signal(SIGCHLD, SIG_DFL); // the module needs the status of its commands
+    std::signal(SIGPIPE, SIG_IGN); // a client that has gone is no reason to die
+    const Ids ids(1, static_cast<unsigned int>(id));
     try {
-        return run(direction, static_cast<unsigned int>(id)) ? 0 : 1;
+        if (count == 1) {
+            return run("ls_service", nullptr) ? 0 : 1;
+        }
+        return run(direction == "off" ? "optimize_service" : "restore_service", &ids) ? 0 : 1;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "embed: %s\n", error.what());
         return 1;
