@@ -40,6 +40,7 @@ set_target_properties(transaction PROPERTIES OUTPUT_NAME optimize_option_transac
 install(TARGETS transaction ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}/optimize_option)
 install(FILES docs/interface.md DESTINATION ${documents})
 install(DIRECTORY examples/embed DESTINATION ${documents}/examples)
+install(FILES examples/child.py DESTINATION ${documents}/examples)
 set(pkgconfig ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH HEADERS_FROM_PKGCONFIG ${pkgconfig} ${CMAKE_INSTALL_FULL_INCLUDEDIR}/optimize_option)
 file(RELATIVE_PATH PROGRAM_FROM_PKGCONFIG ${pkgconfig} ${CMAKE_INSTALL_FULL_BINDIR}/optimize_host)

@@ -58,6 +58,30 @@ check_document() {
     done < <(zcat -f "$document" | grep -oE '[A-Za-z0-9_./-]*[A-Za-z0-9_/-]' | sed 's|^[.]/||' | sort -u)
 }
 
+# Makes calls of the program in the installation $1 through the example of a parent.
+check_child() {
+    PATH=$(dirname "$(PKG_CONFIG_LIBDIR=$1/$2/pkgconfig pkg-config --variable=program optimize-option)"):$PATH \
+        PYTHONPATH=$1/share/doc/optimize-option/examples python3 -B - <<'END'
+from child import OptimizeHost
+host = OptimizeHost()
+assert len(host.call("ls_service")) == 20
+assert [reply.get("ids") for reply in host.call("optimize_service", "cups", 30)] == [[3], [30], []]
+assert host.call("restore_service", 3, 99)[-1]["not_handled"][0]["id"] == 99
+assert host.call("frobnicate")[-1]["reply"] == "none"
+for line in "", "#", "ls_service\nls_service":
+    try:
+        raise SystemExit(host.call(line))
+    except ValueError:
+        pass
+assert host.call("restore_service", "rsync")[0]["names"] == ["rsync"]
+assert host.close() == 2
+try:
+    raise SystemExit(OptimizeHost(program="true").call("ls_reg"))
+except (EOFError, OSError):
+    pass
+END
+}
+
 # Builds the example of a host with the installation in $1, whose libraries are in $2, as its authors do,
 # and lets it list and switch services of the embedded machine.
 check_host() {
@@ -67,13 +91,15 @@ check_host() {
     quietly "$build.log" env CXXFLAGS='-Wall -Wextra -Werror' PKG_CONFIG_LIBDIR="$1/$2/pkgconfig" \
         cmake -S "$1/share/doc/optimize-option/examples/embed" -B "$build" -DCMAKE_CXX_STANDARD=11
     quietly "$build.log" cmake --build "$build"
+    quietly "$build.log" cmake --install "$build" --prefix "$build/installed"
     (
         cd "$place/machine"
         export PATH=$PWD/bin:$PATH
-        count=$("$build/embed" 2>"$build.log" | wc -l)
+        embed=$build/installed/bin/embed
+        count=$("$embed" 2>"$build.log" | wc -l)
         [[ $count -eq 19 ]] || die "the example of a host lists $count services"
-        "$build/embed" off 3 >"$build.log" && chkconfig --list cups | grep -q '3:off' &&
-            "$build/embed" on 3 >"$build.log" && chkconfig --list cups | grep -q '2:on.*5:on' ||
+        "$embed" off 3 >"$build.log" && chkconfig --list cups | grep -q '3:off' &&
+            "$embed" on 3 >"$build.log" && chkconfig --list cups | grep -q '2:on.*5:on' ||
             die 'the example of a host does not switch cups'
         # Killed after the switch: the program restores from the record. The listing would be translated
         # if the host left LANGUAGE set.
@@ -86,13 +112,14 @@ chkconfig=$(dirname "$0")/../bin/chkconfig
 END
         chmod +x killing/chkconfig
         # In a group, so that the shell does not report the kill.
-        { LANGUAGE=zh_CN:zh PATH=$PWD/killing:$PATH sh -c 'echo $$ >pid; exec "$@"' - "$build/embed" off 3 ||
+        { LANGUAGE=zh_CN:zh PATH=$PWD/killing:$PATH sh -c 'echo $$ >pid; exec "$@"' - "$embed" off 3 ||
             true; } >"$build.log" 2>&1
         grep -q '^cups switching-off 2345 ' config/system_operation/conf.xml.record &&
             chkconfig --list cups | grep -q '3:off' ||
             die 'the example of a host was not killed after the switch'
         "$1/bin/optimize_host" restore_service cups >"$build.log" 2>&1 &&
             chkconfig --list cups | grep -q '2:on.*5:on' || die 'a killed example of a host loses run levels'
+        check_child "$1" "$2" >"$build.log" 2>&1 || die 'the example with a child does not work'
     )
 }
 
