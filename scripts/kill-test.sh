@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
-# Interrupts calls and misleads them: scripts/kill-test.sh [ROUNDS [SEED]]. Needs the release build.
+# Interrupts calls and misleads them: scripts/kill-test.sh [ROUNDS [SEED]]. Needs the release build,
+# with its tests.
 #
 # First the score is written, by several processes at once and by killed ones: the configuration
 # must always be the old file or a new one. Then services are switched under every kind of
 # interruption, with bad listings, and with older copies of the configuration. At last commands
-# fail, lie or stop halfway, and ids change their services. After each round the tools work again:
-# restoring all services must bring back exactly their run levels. Nothing that was not requested
+# fail, lie or stop halfway, and ids change their services; and a daemon with four threads is stopped
+# or killed, alone or with its commands. After each round the tools work again: restoring all services must bring back exactly their run levels. Nothing that was not requested
 # may be switched, and no mark may be lost. A seed repeats the choices, but not the moments in time.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 host=$PWD/build/release/bin/optimize_host
+daemon=$PWD/build/release/bin/daemon
+module=$PWD/build/release/lib/optimize_option/rpc_ireal_Optimize_Option.so
 rounds=${1:-60} # of each kind
 seed=${2:-$RANDOM}
 RANDOM=$seed # each subshell has numbers of its own, so the choices are made outside of them
@@ -259,7 +262,28 @@ for ((round = 1; round <= 2 * rounds; round++)); do
     done
     check_round
 done
+
+# The daemon finishes the calls that have begun when it is stopped.
+daemon_rounds=$((rounds / 3))
+stops=(TERM KILL 'TERM -' 'KILL -') # alone, or the group
+mapfile -t ids < <(sed -nE 's/.* id="([0-9]+)" name="(crond|cups|autofs|rsync)".*/\1/p' $conf)
+for ((round = 1; round <= daemon_rounds; round++)); do
+    history=() requested=(crond cups autofs rsync) marked=(sshd messagebus) status=0
+    : >commands
+    read -r kind group <<<"${stops[round % 4]}"
+    choose_moment
+    COMMAND=levels setsid "$daemon" "$module" "${ids[@]}" >output 2>&1 &
+    pid=$!
+    until [[ -s commands ]]; do sleep 0.01; done
+    sleep "$moment"
+    kill -s $kind -- $group$pid
+    wait $pid 2>/dev/null || status=$?
+    history=("a daemon: $kind to $group$pid, status $status")
+    [[ $kind == KILL || $status -eq 0 ]] || die "daemon, round $round: did not end by itself"
+    [[ $kind == KILL ]] || ! grep switching $conf.record >&2 || die "daemon, round $round: ended too early"
+    check_round
+done
 [[ $(find config/system_operation -type f | wc -l) -eq 3 ]] || die 'a temporary file is left'
 echo "seed $seed: $rounds writes, $killed killed, $written reached the file: it was whole every time"
-echo "$rounds rounds of interruptions, $rounds of bad commands, $interrupted calls interrupted: no run" \
-    "level and no mark was lost"
+echo "$rounds rounds of interruptions, $rounds of bad commands, $interrupted calls interrupted, a daemon" \
+    "stopped $daemon_rounds times: no run level and no mark was lost"
