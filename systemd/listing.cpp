@@ -26,8 +26,7 @@ constexpr const char* partly = "2";
 
 void add_unit_files(Levels& units, const fs::path& root, const Tree& tree)
 {
-    const Outcome listing = systemctl(
-        {"--root=" + root.string(), "list-unit-files", "--no-legend", "--no-pager", "--full"});
+    const Outcome listing = systemctl(root, "list-unit-files --no-legend --no-pager --full");
     if (listing.status != 0) {
         throw std::runtime_error("systemctl list-unit-files failed with status " +
                                  std::to_string(listing.status));
@@ -41,10 +40,10 @@ void add_unit_files(Levels& units, const fs::path& root, const Tree& tree)
         if (!is_unit_name(unit) || !tree.has(unit) || !tree.alias_target(unit).empty()) {
             continue;
         }
-        if (state == "enabled" || (state == "indirect" && ends_with(unit, ".service") &&
-                                   !tree.own_links_of(unit).empty())) {
+        const bool is_indirect = state == "indirect" && ends_with(unit, ".service");
+        if (state == "enabled" || (is_indirect && !tree.own_links_of(unit).empty())) {
             units[unit] = on;
-        } else if (state == "disabled") {
+        } else if (state == "disabled" || is_indirect) {
             units[unit] = off;
         }
     }
@@ -132,7 +131,7 @@ Outcome list(const fs::path& root, const std::string& tool)
         outcome.output += to_line(name, levels);
     }
     if (!tool.empty()) {
-        const Outcome others = run({tool, "--list"});
+        const Outcome others = run(quoted(tool) + " --list");
         outcome.output += without_units(others.output, names);
         outcome.status = others.status;
     }

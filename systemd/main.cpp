@@ -9,8 +9,10 @@
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace
 {

@@ -2,24 +2,25 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 namespace systemd
 {
 
-/// What a program printed to standard output, and its exit status: 128 or more if it was killed,
-/// 127 if it could not be started.
+/// What a program printed to standard output, and its exit status, 128 if it was killed.
 struct Outcome {
     std::string output;
     int status;
 };
 
-/// Runs a program, which is looked up on the search path unless its name has a slash, and waits for
-/// its end. Not for several threads. Throws std::runtime_error.
-Outcome run(const std::vector<std::string>& words);
+/// The text as one word of a shell command.
+std::string quoted(const std::string& text);
 
-/// Runs systemctl with arguments, so that it prints no colours and leaves init scripts alone.
-Outcome systemctl(const std::vector<std::string>& arguments);
+/// Runs a shell command and waits for its end. Throws std::runtime_error.
+Outcome run(const std::string& command);
+
+/// Runs systemctl, without colours and without a look at init scripts, on the units below a root
+/// folder. Not for several threads.
+Outcome systemctl(const std::string& root, const std::string& arguments);
 
 /// The path of the next program of that name on the search path behind the program `self`, or of
 /// the first if that is not on it. Relative folders are skipped. Empty if there is none.

@@ -25,7 +25,7 @@ constexpr const char* records_folder = "var/lib/optimize_option/links";
 
 void make_folder(const fs::path& folder)
 {
-    if (mkdir(folder.c_str(), 0755) == 0) {
+    if (mkdirat(AT_FDCWD, folder.c_str(), 0755) == 0) {
         flush_folder(folder.parent_path());
     } else if (errno != EEXIST) {
         fail(folder.string() + ": cannot make");
@@ -116,17 +116,9 @@ Records::Records(const fs::path& root) : m_folder(root / records_folder)
     }
 }
 
-bool Records::has(const std::string& name) const
-{
-    return fs::exists(m_folder / name);
-}
-
 Links Records::read(const std::string& name) const
 {
     Links links;
-    if (!has(name)) {
-        return links;
-    }
     const fs::path path = m_folder / name;
     std::ifstream file(path);
     for (std::string line; std::getline(file, line);) {
@@ -176,10 +168,11 @@ void Records::rename(const std::string& from, const std::string& to) const
 void Records::remove(const std::string& name) const
 {
     const fs::path path = m_folder / name;
-    if (unlinkat(AT_FDCWD, path.c_str(), 0) != 0 && errno != ENOENT) {
+    if (unlinkat(AT_FDCWD, path.c_str(), 0) == 0) {
+        flush_folder(m_folder);
+    } else if (errno != ENOENT) {
         fail(path.string() + ": cannot remove");
     }
-    flush_folder(m_folder);
 }
 
 } // namespace systemd

@@ -36,8 +36,7 @@ public:
     /// Makes the folder if it is missing, and waits for the lock.
     explicit Records(const std::filesystem::path& root);
 
-    bool has(const std::string& name) const;
-    /// The links in a record; none if there is none. A damaged record is refused.
+    /// The links in a record. One that is missing or damaged is refused.
     Links read(const std::string& name) const;
     /// Writes a record and flushes it and its name.
     void write(const std::string& name, const Links& links) const;

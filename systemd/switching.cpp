@@ -53,7 +53,7 @@ void put_back(const fs::path& root, const Links& links)
 {
     for (const Link& link : links) {
         const fs::path path = links_folder(root) / link.path;
-        if (mkdir(path.parent_path().c_str(), 0755) != 0 && errno != EEXIST) {
+        if (mkdirat(AT_FDCWD, path.parent_path().c_str(), 0755) != 0 && errno != EEXIST) {
             fail(path.parent_path().string() + ": cannot make");
         }
         if (symlinkat(link.target.c_str(), AT_FDCWD, path.c_str()) == 0) {
@@ -73,7 +73,7 @@ void put_back(const fs::path& root, const Links& links)
 /// Tells systemd that links have changed, if it runs on this root.
 void reload(const fs::path& root)
 {
-    if (root == "/" && systemctl({"daemon-reload"}).status != 0) {
+    if (root == "/" && run("systemctl daemon-reload").status != 0) {
         say("warning: systemctl daemon-reload failed: systemd does not know the change yet");
     }
 }
@@ -98,7 +98,7 @@ void settle(const fs::path& root, const Records& records)
 void enable(const fs::path& root, const std::string& unit)
 {
     say(unit + ": no links are recorded, so it is enabled as its unit file says");
-    if (systemctl({"--root=" + root.string(), "enable", "--", unit}).status != 0) {
+    if (systemctl(root, "enable -- " + unit).status != 0) {
         throw std::runtime_error(unit + ": systemctl enable failed");
     }
     reload(root);
@@ -158,9 +158,10 @@ void switch_on(const fs::path& root, const std::string& unit)
         records.remove(unit);
         return;
     }
-    Links links = records.read(unit);
+    Links links;
     for (const auto& [other, is_pending] : recorded_units(root)) {
-        const Links own = tree.own_links_in(records.read(other), unit);
+        const Links recorded = records.read(other);
+        const Links own = other == unit ? recorded : tree.own_links_in(recorded, unit);
         links.insert(links.end(), own.begin(), own.end());
     }
     if (links.empty()) {

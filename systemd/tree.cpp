@@ -148,19 +148,18 @@ Names Tree::names() const
 
 Links Tree::links_of(const std::string& unit) const
 {
-    return links_to(with_also({unit}), m_links);
+    return links_to(with_also(unit), m_links);
 }
 
 Links Tree::own_links_of(const std::string& unit) const
 {
-    const Links own = own_links_in(m_links, unit);
-    const bool is_indirect = ends_with(unit, ".service") && !install_of(unit).makes_links;
-    return own.empty() && is_indirect ? links_of(unit) : own;
+    return is_masked(unit) ? Links() : own_links_in(m_links, unit);
 }
 
 Links Tree::own_links_in(const Links& links, const std::string& unit) const
 {
-    Names names = {unit};
+    const bool is_indirect = ends_with(unit, ".service") && !install_of(unit).makes_links;
+    Names names = is_indirect ? with_also(unit) : Names{unit};
     std::map<std::string, std::string> targets = m_targets;
     for (const Link& link : links) {
         if (link.path == base_name(link.path)) {
@@ -198,38 +197,58 @@ fs::path Tree::file_of(const std::string& unit) const
     return {};
 }
 
+/// The unit's file and its drop-ins.
+std::vector<fs::path> Tree::files_of(const std::string& unit) const
+{
+    std::vector<fs::path> files = {file_of(unit)};
+    for (const char* const folder : unit_folders) {
+        for (const std::string& name : {unit, template_of(unit)}) {
+            for (const fs::directory_entry& entry : entries(m_root / folder / (name + ".d"))) {
+                files.push_back(resolve(entry.path()));
+            }
+        }
+    }
+    return files;
+}
+
 Tree::Install Tree::install_of(const std::string& unit) const
 {
     Install install;
-    bool is_install = false;
-    std::ifstream file(file_of(unit));
-    for (std::string line; read_line(file, line);) {
-        const std::size_t sign = line.find('=');
-        line.replace(std::min(sign, line.size()), 1, " ");
-        std::istringstream words(line);
-        std::string key;
-        words >> key;
-        const Names values(std::istream_iterator<std::string>(words), {});
-        if (key[0] == '[') {
-            is_install = key == "[Install]";
-        } else if (is_install && key == "Also") {
-            install.also.insert(values.begin(), values.end());
-        } else if (is_install && (key == "Alias" || key == "WantedBy" || key == "RequiredBy" ||
-                                  key == "UpheldBy")) {
-            install.makes_links = install.makes_links || !values.empty();
+    for (const fs::path& path : files_of(unit)) {
+        std::ifstream file(path);
+        bool is_install = false;
+        for (std::string line; read_line(file, line);) {
+            line.replace(std::min(line.find('='), line.size()), 1, " ");
+            std::istringstream words(line);
+            std::string key;
+            words >> key;
+            const Names values(std::istream_iterator<std::string>(words), {});
+            if (key[0] == '[') {
+                is_install = key == "[Install]";
+            } else if (is_install && key == "Also") {
+                install.also.insert(values.begin(), values.end());
+            } else if (is_install && (key == "Alias" || key == "WantedBy" || key == "RequiredBy" ||
+                                      key == "UpheldBy")) {
+                install.makes_links = install.makes_links || !values.empty();
+            }
         }
     }
     return install;
 }
 
-/// Adds aliases and the units of Also= until nothing is new.
-Names Tree::with_also(Names names) const
+/// The unit, its aliases, and the units of Also=, until nothing is new.
+Names Tree::with_also(const std::string& unit) const
 {
+    Names names = {unit};
     for (std::size_t before = 0; before != names.size();) {
         before = names.size();
         add_aliases(names, m_targets);
         for (const std::string& name : Names(names)) {
-            names.merge(install_of(name).also);
+            for (const std::string& also : install_of(name).also) {
+                if (!is_masked(also)) {
+                    names.insert(also);
+                }
+            }
         }
     }
     return names;

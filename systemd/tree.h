@@ -48,10 +48,10 @@ public:
     /// Those that belong to the unit, to its aliases, and to the units that its [Install] section
     /// names in Also=, and so on. Links to /dev/null and linked unit files do not count.
     Links links_of(const std::string& unit) const;
-    /// Those that make the unit itself enabled. A service with nothing but Also= in [Install] has
-    /// the links of these units.
+    /// Those that make the unit itself enabled. A service with nothing but Also= in [Install] is
+    /// enabled by the links of these units, a masked one by none.
     Links own_links_of(const std::string& unit) const;
-    /// Those of other links that belong to the unit or to its aliases.
+    /// Those of other links that would make the unit enabled.
     Links own_links_in(const Links& links, const std::string& unit) const;
 
 private:
@@ -66,8 +66,9 @@ private:
     std::string target_of(const std::string& unit) const;
     std::filesystem::path file_of(const std::string& unit) const;
     std::filesystem::path resolve(std::filesystem::path path) const;
+    std::vector<std::filesystem::path> files_of(const std::string& unit) const;
     Install install_of(const std::string& unit) const;
-    Names with_also(Names names) const;
+    Names with_also(const std::string& unit) const;
 
     std::filesystem::path m_root;
     /// The name of each entry with the base name of what it links to, or its own if it is no link.

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <string_view>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -43,6 +44,9 @@ INTERCEPT(faccessat, (int a, Text b, int c, int), , faccessat, a, b, c)
 INTERCEPT(fchown, (int a, uid_t b, gid_t c), , fchown, a, b, c)
 INTERCEPT(fsetxattr, (int a, Text b, const void* c, size_t d, int e), , fsetxattr, a, b, c, d, e)
 INTERCEPT(fsync, (int a), note("fsync", a), fsync, a)
+INTERCEPT(mkdirat, (int a, Text b, mode_t c), , mkdirat, a, b, c)
+INTERCEPT(symlinkat, (Text a, int b, Text c), note("symlinkat", c), symlinkat, a, b, c)
+INTERCEPT(unlinkat, (int a, Text b, int c), , unlinkat, a, b, c)
 INTERCEPT(renameat, (int a, Text b, int c, Text d), note("renameat", d), renameat2, a, b, c, d, 0)
 
 extern "C" int open(Text path, int flags, ...)

@@ -7,7 +7,8 @@
 namespace system_calls
 {
 
-/// If not null, "open PATH; ", "fsync PATH; " and "renameat NEW-NAME; " are appended.
+/// If not null, "open PATH; ", "fsync PATH; ", "renameat NEW-NAME; " and "symlinkat PATH; " are
+/// appended.
 extern std::string* trace;
 
 /// If not null, runs before each of the calls but open and takes its name. The call fails with the
