@@ -6,6 +6,8 @@ set_target_properties(optimize_host PROPERTIES INSTALL_RPATH $ORIGIN/${libraries
 set_target_properties(rpc_ireal_Optimize_Option PROPERTIES INSTALL_RPATH $ORIGIN)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
 install(TARGETS optimize_host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+set(SYSTEMD_TOOLS ${CMAKE_INSTALL_LIBEXECDIR}/optimize_option/systemd)
+install(TARGETS chkconfig RUNTIME DESTINATION ${SYSTEMD_TOOLS})
 install(TARGETS fwbase rpc_ireal_Optimize_Option
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/optimize_option)
 # The manual page and the completion name the folder of the configuration, which goes with the prefix.
@@ -44,6 +46,8 @@ install(FILES examples/child.py DESTINATION ${documents}/examples)
 set(pkgconfig ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH HEADERS_FROM_PKGCONFIG ${pkgconfig} ${CMAKE_INSTALL_FULL_INCLUDEDIR}/optimize_option)
 file(RELATIVE_PATH PROGRAM_FROM_PKGCONFIG ${pkgconfig} ${CMAKE_INSTALL_FULL_BINDIR}/optimize_host)
+file(RELATIVE_PATH SYSTEMD_TOOLS_FROM_PKGCONFIG ${pkgconfig}
+  ${CMAKE_INSTALL_FULL_LIBEXECDIR}/optimize_option/systemd)
 configure_file(packaging/optimize-option.pc.in optimize-option.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/optimize-option.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
@@ -127,5 +131,6 @@ Recommends: glibc-gconv-extra")
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /usr/${CMAKE_INSTALL_MANDIR} /usr/${CMAKE_INSTALL_MANDIR}/man1
   /usr/share/bash-completion /usr/share/bash-completion/completions
+  /usr/${CMAKE_INSTALL_LIBEXECDIR}
   /usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 include(CPack)

@@ -138,7 +138,9 @@ check() {
     while read -r file; do
         check_document "$root" "$file"
     done < <(find "$documents" "$root/usr/share/man" -type f ! -name '*hangelog*' ! -name 'CHANGELOG*')
-    check_hardened "$host" "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so
+    option=$(PKG_CONFIG_LIBDIR=${libraries%/*}/pkgconfig pkg-config --variable=systemd_tools optimize-option)
+    [[ -x $option/chkconfig ]] || die "pkg-config names no folder with the chkconfig of systemd: $option"
+    check_hardened "$host" "$option/chkconfig" "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so
     # The headers are complete: each compiles by itself, unless that cannot work.
     local compile=("${CXX:-c++}" -std=c++11 -fsyntax-only -x c++ -I "$root/usr/include/optimize_option")
     while read -r file; do
@@ -165,7 +167,7 @@ check() {
         [[ ${COMPREPLY[*]} == 'atd avahi-daemon autofs' ]] || die "completed names to '${COMPREPLY[*]}'"
         grep -q ' 30  rsync  .*文件同步服务' listing || die 'the listing lacks rsync'
         cp "$root/$conf" config/system_operation
-        [[ $("$host" ls_service 2>messages | grep -c ' 0 none ') -eq 14 ]] ||
+        [[ $("$host" ls_service 2>messages | grep -c ' 0 none ') -eq 19 ]] ||
             die 'the sample configuration does not list the embedded machine'
     )
 }
