@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the missing packages for a purpose: build, test, bench, package, lint, ansible,
-# ansible_lint, asan, tsan or compilers.
+# ansible_lint, container, asan, tsan or compilers.
 # The other scripts source this one. By hand: scripts/dependencies.sh PURPOSE...
 set -euo pipefail
 
@@ -27,6 +27,7 @@ packages() {
     apt-get:lint) echo lintian rpmlint ;;
     apt-get:ansible | dnf:ansible) echo ansible-core ;;
     apt-get:ansible_lint | dnf:ansible_lint) echo ansible-lint ;;
+    apt-get:container | dnf:container) echo systemd-container ;;
     dnf:build)
         echo gcc-c++ cmake make libxml2-devel json-devel diffutils gawk sed util-linux
         ;;
