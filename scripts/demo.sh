@@ -113,7 +113,7 @@ expect '3:on.*4:on.*5:on'
 run 'optimize_host ignore_service off atd'
 
 heading 'The history, which is otherwise in the system log'
-run 'cat "$OPTIMIZE_HOST_LOG"'
+run 'cat history'
 expect 'cups switched off, was on in 2345.*rsync switched back on, with xinetd'
 
 heading 'One more candidate'
