@@ -215,6 +215,9 @@ void CallRunner::tell_what_lacks(const Call& call, const Answer& answer, const S
                       (has_candidate_list() ? "add_service adds one"
                                             : "the element service_optimize is missing"));
     }
+    if (answer.record && answer.record->empty()) {
+        say("nothing is switched off or ignored");
+    }
     if (call.is_for_all && answer.outcomes.empty()) {
         say("nothing is switched off");
     }

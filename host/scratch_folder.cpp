@@ -18,7 +18,9 @@ namespace
 
 std::string make_folder()
 {
-    std::string path = fs::absolute(fs::temp_directory_path() / "optimize_host.XXXXXX");
+    const char* const parent = std::getenv("TMPDIR");
+    std::string path = fs::absolute(parent == nullptr || *parent == '\0' ? "/tmp" : parent) /
+                       "optimize_host.XXXXXX";
     if (mkdtemp(path.data()) == nullptr) {
         fail(path);
     }

@@ -20,7 +20,7 @@ void log_line(std::string text)
     }
     text = fwbase::printable(text);
     const char* const path = std::getenv("OPTIMIZE_HOST_LOG");
-    if (path == nullptr) {
+    if (path == nullptr || *path == '\0') {
         openlog("optimize_host", 0, LOG_DAEMON);
         syslog(LOG_NOTICE, "%s", text.c_str());
         return;

@@ -4,6 +4,7 @@
 #include "host/options.h"
 #include "host/standard_streams.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -87,7 +88,9 @@ void enter_working_folder(const std::optional<std::string>& directory)
     const fs::path foreign = geteuid() == 0 ? find_foreign(configuration_path) : "";
     if (!foreign.empty()) {
         const fs::path here = fs::current_path();
-        throw std::runtime_error((here / foreign).lexically_normal().string() +
+        std::string named = (here / foreign).lexically_normal().string();
+        named.erase(std::max<std::size_t>(named.find_last_not_of('/') + 1, 1));
+        throw std::runtime_error(named +
                                  ": another user can change it; to work in this folder all the "
                                  "same, add -C " +
                                  here.string());
