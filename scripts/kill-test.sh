@@ -53,25 +53,25 @@ mv large.xml $conf
 # The file without its score and its ids must stay the same.
 digest() { sed 's/<optimize_sorce>[0-9]*</</; s/ id="[0-9]*"//' $conf | cksum; }
 
-"$host" restore_service snmpd >/dev/null 2>>messages # brings the file in line with the machine
+"$host" --no-units restore_service snmpd >/dev/null 2>>messages # brings the file in line with the machine
 whole=$(digest)
 
 for ((round = 1; round <= rounds / 10; round++)); do
     writers=()
     for score in 1 2 3 4; do
-        "$host" set_optimize_sorce $score >/dev/null 2>>messages &
+        "$host" --no-units set_optimize_sorce $score >/dev/null 2>>messages &
         writers+=($!)
     done
     succeeded=true
     for writer in "${writers[@]}"; do
         wait "$writer" || succeeded=false
     done
-    score=$("$host" get_optimize_sorce 2>>messages | head -n1)
+    score=$("$host" --no-units get_optimize_sorce 2>>messages | head -n1)
     [[ $succeeded == true && $(digest) == "$whole" && $score == [1-4] ]] ||
         die "$conf: damaged by processes that wrote at once"
 done
 
-measure "$host" set_optimize_sorce 0
+measure "$host" --no-units set_optimize_sorce 0
 old=0
 killed=0
 written=0
@@ -79,10 +79,10 @@ for ((round = 1; round <= rounds; round++)); do
     choose_moment
     status=0
     # The group keeps the shell's own message about the killed job quiet, too.
-    { timeout -s KILL "$moment" "$host" set_optimize_sorce $round >/dev/null; } 2>/dev/null ||
+    { timeout -s KILL "$moment" "$host" --no-units set_optimize_sorce $round >/dev/null; } 2>/dev/null ||
         status=$?
     [[ $status -eq 0 ]] || killed=$((killed + 1))
-    score=$("$host" --json get_optimize_sorce | sed -n 's/.*"value":\([0-9]*\).*/\1/p')
+    score=$("$host" --no-units --json get_optimize_sorce | sed -n 's/.*"value":\([0-9]*\).*/\1/p')
     [[ $(digest) == "$whole" && ($score == "$old" || $score == "$round") ]] ||
         die "$conf: damaged in round $round (score '$score' after $old)"
     [[ $status -ne 0 || $score == "$round" ]] ||
@@ -92,7 +92,7 @@ for ((round = 1; round <= rounds; round++)); do
     files=$(find config/system_operation -type f | wc -l)
     [[ $files -le 4 ]] || die "$(dirname $conf): $files files, temporary ones pile up"
 done
-"$host" set_optimize_sorce 1 >/dev/null 2>>messages
+"$host" --no-units set_optimize_sorce 1 >/dev/null 2>>messages
 
 # Stand-ins in front of the tools. FIRST and SECOND say what is wrong with the first and the second
 # listing of a call, COMMAND what is wrong with its commands.
@@ -156,20 +156,20 @@ interrupt() {
     shift
     choose_moment
     case $kind in
-    all-*) timeout -s "${kind#all-}" "$moment" "$host" "$@" ;; # also what it started
-    pipe) "$host" "$@" 2>&1 | head -n $lines ;;
-    chld) (trap '' CHLD && exec "$host" "$@") ;;
+    all-*) timeout -s "${kind#all-}" "$moment" "$host" --no-units "$@" ;; # also what it started
+    pipe) "$host" --no-units "$@" 2>&1 | head -n $lines ;;
+    chld) (trap '' CHLD && exec "$host" --no-units "$@") ;;
     beside)
         one_of other ls_service 'set_optimize_sorce 7'
         # shellcheck disable=SC2086 # a call is several words
-        (sleep "$moment" && exec "$host" $other) &
+        (sleep "$moment" && exec "$host" --no-units $other) &
         pid=$!
-        "$host" "$@" || status=$?
+        "$host" --no-units "$@" || status=$?
         wait $pid || [[ -n $older ]] || status=99
         return $status
         ;;
-    none) sh -c 'echo $$ >pid; exec "$@"' - "$host" "$@" ;; # for the stand-ins, which may kill it
-    *) timeout --foreground -s "$kind" "$moment" "$host" "$@" ;;
+    none) sh -c 'echo $$ >pid; exec "$@"' - "$host" --no-units "$@" ;; # for the stand-ins, which may kill it
+    *) timeout --foreground -s "$kind" "$moment" "$host" --no-units "$@" ;;
     esac
 }
 
@@ -193,7 +193,7 @@ call() {
     esac
 }
 
-restore() { "$host" restore_service "${names[@]}" >/dev/null 2>log; }
+restore() { "$host" --no-units restore_service "${names[@]}" >/dev/null 2>log; }
 
 # Checks the end of the round, in which all tools work again.
 check_round() {
@@ -206,7 +206,7 @@ check_round() {
     done
     restore || {
         mapfile -t marked < <(sed -n '/^sshd \|^messagebus /d; s/ ignored .*//p' $conf.record)
-        [[ ${#marked[@]} -ne 0 ]] && "$host" ignore_service off "${marked[@]}" >/dev/null 2>>log && restore
+        [[ ${#marked[@]} -ne 0 ]] && "$host" --no-units ignore_service off "${marked[@]}" >/dev/null 2>>log && restore
     } || die "round $round: cannot restore: $(<log)"
     # Killed commands leave their temporary files, which are no business of the program.
     rm -rf etc/new.* etc/xinetd.d/sed?????? tmp/listed*
@@ -221,11 +221,11 @@ kinds=(KILL all-KILL KILL all-KILL TERM all-TERM HUP all-HUP INT all-INT pipe ch
 listings=(translated '' '' '' '' fail empty cut)
 interrupted=0
 put_back small.xml
-"$host" restore_service snmpd >/dev/null 2>>messages # the configuration calls it switched off
+"$host" --no-units restore_service snmpd >/dev/null 2>>messages # the configuration calls it switched off
 cp -R etc before
 whole=$(digest)
 sed '/<info/s/op="2"/op="0"/' $conf >copies/0 # before a service was marked
-COMMAND=levels measure "$host" optimize_service "${names[@]:9:3}"
+COMMAND=levels measure "$host" --no-units optimize_service "${names[@]:9:3}"
 restore
 for ((round = 1; round <= 2 * rounds; round++)); do
     history=() requested=() marked=(sshd messagebus) first='' second='' command='' older=''

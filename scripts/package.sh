@@ -117,7 +117,7 @@ END
         grep -q '^cups switching-off 2345 ' config/system_operation/conf.xml.record &&
             chkconfig --list cups | grep -q '3:off' ||
             die 'the example of a host was not killed after the switch'
-        "$1/bin/optimize_host" restore_service cups >"$build.log" 2>&1 &&
+        "$1/bin/optimize_host" --no-units restore_service cups >"$build.log" 2>&1 &&
             chkconfig --list cups | grep -q '2:on.*5:on' || die 'a killed example of a host loses run levels'
         check_child "$1" "$2" >"$build.log" 2>&1 || die 'the example with a child does not work'
     )
@@ -157,7 +157,7 @@ check() {
     (
         cd "$place/machine"
         export PATH=$PWD/bin:$PATH
-        "$host" ls_service >listing 2>messages
+        "$host" --no-units ls_service >listing 2>messages
         [[ $(grep -c ' [012] \(none\|optimized\|ignored\) ' listing) -eq 19 ]] ||
             die 'the embedded machine is not listed'
         # shellcheck source=packaging/completion.bash
@@ -167,7 +167,7 @@ check() {
         [[ ${COMPREPLY[*]} == 'atd avahi-daemon autofs' ]] || die "completed names to '${COMPREPLY[*]}'"
         grep -q ' 30  rsync  .*文件同步服务' listing || die 'the listing lacks rsync'
         cp "$root/$conf" config/system_operation
-        [[ $("$host" ls_service 2>messages | grep -c ' 0 none ') -eq 19 ]] ||
+        [[ $("$host" --no-units ls_service 2>messages | grep -c ' 0 none ') -eq 19 ]] ||
             die 'the sample configuration does not list the embedded machine'
     )
 }
