@@ -40,10 +40,10 @@ void add_unit_files(Levels& units, const fs::path& root, const Tree& tree)
         if (!is_unit_name(unit) || !tree.has(unit) || !tree.alias_target(unit).empty()) {
             continue;
         }
-        const bool is_indirect = state == "indirect" && ends_with(unit, ".service");
-        if (state == "enabled" || (is_indirect && !tree.own_links_of(unit).empty())) {
-            units[unit] = on;
-        } else if (state == "disabled" || is_indirect) {
+        // To systemctl, a link to /dev/null in another unit's folder enables the unit as well.
+        if (state == "enabled" || (state == "indirect" && ends_with(unit, ".service"))) {
+            units[unit] = tree.own_links_of(unit).empty() ? off : on;
+        } else if (state == "disabled") {
             units[unit] = off;
         }
     }

@@ -40,7 +40,7 @@ Outcome systemctl(const std::string& root, const std::string& arguments)
 {
     setenv("SYSTEMD_COLORS", "0", 1);
     setenv("SYSTEMCTL_SKIP_SYSV", "1", 1);
-    return run("systemctl --root=" + quoted(root) + " " + arguments);
+    return run("systemctl --root=" + quoted(root).append(" ") + arguments);
 }
 
 std::string next_program(const std::string& name, const std::string& self)

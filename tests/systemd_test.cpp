@@ -71,7 +71,7 @@ struct SystemdTest : Workspace {
         for (string name, install; files >> name;) {
             std::getline(files, install);
             std::replace(install.begin(), install.end(), ';', '\n');
-            write(UNITS + name, "[Unit]\nAlso=never.service\n[Install]\n" + install + "\n");
+            write(UNITS + name, "[Unit]\nAlso=tunnel.service\n[Install]\n" + install + "\n");
         }
         ASSERT_EQ(shell("E=" ETC " U=" UNITS R"(
             S="env SYSTEMCTL_SKIP_SYSV=1 systemctl --root=$PWD/root"
@@ -81,7 +81,7 @@ struct SystemdTest : Workspace {
                 /opt/linked.service && $S mask masked && mkdir $E/mine.target.wants &&
                 cd $E/mine.target.wants && U=/usr/lib/systemd/system &&
                 ln -s ../../../..$U/by-hand.service . && ln -s $U/older.service . &&
-                ln -s $U/log.service journal.service)"),
+                ln -s $U/log.service journal.service && ln -s /dev/null tunnel.service)"),
                   0)
             << read("errors");
         m_before = tree();
@@ -125,7 +125,8 @@ TEST_F(SystemdTest, RemovesWhatSystemctlDisables)
     for (const string& unit : units) {
         shell("rm -rf copy; cp -a root copy; systemctl --root=$PWD/copy disable " + unit);
         // The two intended differences: links to /dev/null and linked unit files stay.
-        shell("cp -P " ETC "masked.service " ETC "linked.service copy/etc/systemd/system");
+        shell("cd " ETC "; cp -dr --parents masked.service linked.service "
+              "mine.target.wants/tunnel.service $OLDPWD/copy/etc/systemd/system");
         off(unit);
         EXPECT_EQ(links("root"), links("copy")) << unit;
         EXPECT_EQ(tree() == m_before, unit == "masked.service") << unit;
@@ -158,7 +159,8 @@ TEST_F(SystemdTest, PutsEverythingBackInAnyOrder)
         std::for_each(units.begin(), units.end(), off);
         EXPECT_EQ(links("root"),
                   "a.target.wants/masked.service /usr/lib/systemd/system/masked.service\n"
-                  "linked.service /opt/linked.service\nmasked.service /dev/null\n");
+                  "linked.service /opt/linked.service\nmasked.service /dev/null\n"
+                  "mine.target.wants/tunnel.service /dev/null\n");
         EXPECT_EQ(listed(), all_off);
         std::shuffle(units.begin(), units.end(), random);
         for (std::size_t at = 0; at < units.size(); ++at) { // with some steps back
