@@ -115,6 +115,13 @@ TEST_F(AnswerTest, AnswersAsTheModuleButForgetsNothing)
     reset();
     const std::string listing = call(guarded, "ls_service"); // the descriptions, too
     EXPECT_EQ(listing, call(module.interface(), "ls_service"));
+    const auto block = host::make_call_block(to_call("optimize_service 3"));
+    const std::string request(reinterpret_cast<const char*>(block->data()), block->size());
+    ec::EC result = 0; // of a call block with an extension
+    host::call_module(
+        guarded, *raw_block(std::string("\0\0\1\0x", 5) + request.substr(4)), [](const auto&) {},
+        result);
+    EXPECT_THAT(read(RECORD), HasSubstr("cups off 2345"));
     const fwbase::Descriptor lock(open(LOCK, O_RDWR));
     ASSERT_EQ(flock(lock.get(), LOCK_SH), 0);
     for (const char* const line : {"set_optimize_sorce 7", "restore_service 3"}) {
