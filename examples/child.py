@@ -18,8 +18,8 @@ class OptimizeHost:
             encoding="utf-8")
 
     def call(self, *words):
-        """Makes a call, such as call("optimize_service", "cups", 30). Returns its replies, as
-        optimize_host(1) describes them. The last one is "final" or, if the call was not made,
+        """Makes a call, such as call("optimize_service", "cups", 30). Returns its replies, which
+        json.md describes. The last one is "final" or, if the call was not made,
         "none"; "error" in it says why the call failed, "not_handled" what was not done. Raises EOFError or
         OSError if the program has ended."""
         line = " ".join(map(str, words))
