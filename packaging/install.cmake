@@ -25,10 +25,10 @@ install(FILES ${PROJECT_BINARY_DIR}/completion.bash RENAME optimize_host
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/optimize-option)
 install(FILES CHANGELOG.md docs/configuration.md docs/json.md packaging/copyright DESTINATION ${documents})
 
-# Ansible looks for modules in this folder if the prefix is /usr.
-install(FILES examples/ansible/library/optimize_option.py
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/ansible/plugins/modules)
-install(FILES examples/ansible/optimize.yml DESTINATION ${documents}/examples/ansible)
+# Ansible looks for collections in this folder if the prefix is /usr.
+install(DIRECTORY ansible/
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/ansible/collections/ansible_collections/optimize_option/services
+  PATTERN __pycache__ EXCLUDE)
 
 # For authors of hosts.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)

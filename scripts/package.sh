@@ -130,8 +130,8 @@ check() {
     local conf=usr/share/optimize_option/config/system_operation/conf.xml
     for file in "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so "$root/$conf" \
         "$root"/usr/share/{man/man1/optimize_host.1.gz,bash-completion/completions/optimize_host} \
-        "$root/usr/share/ansible/plugins/modules/optimize_option.py" \
-        "$documents"/{copyright,configuration.md,json.md,interface.md,examples/ansible/optimize.yml}; do
+        "$root/usr/share/ansible/collections/ansible_collections/optimize_option/services/galaxy.yml" \
+        "$documents"/{copyright,configuration.md,json.md,interface.md}; do
         [[ -e $file ]] || die "${file#"$root/"} is not in a package"
     done
     [[ ! -e $root/etc && ! -e $root/var ]] || die 'the configuration is in a package'

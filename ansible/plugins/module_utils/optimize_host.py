@@ -1,0 +1,70 @@
+# Runs optimize_host for the modules and reads its answers. Runs on Python 2.7 and 3.
+from __future__ import absolute_import, division, print_function
+
+__metaclass__ = type
+
+import json
+import select
+import threading
+
+OPTIONS = {
+    'directory': {'type': 'path', 'default': '/var/lib/optimize_option'},
+    'lock_timeout': {'type': 'int', 'default': 30},
+}
+
+
+def end_with_reader(program):
+    """Has a program that waits for the lock end when nobody reads this module's output any more, for example
+    after the timeout of a task. A program that has begun its call ignores the signal."""
+    def watch():
+        output = select.poll()
+        output.register(1, 0)  # errors and hang-ups are always reported
+        output.poll()
+        program.terminate()
+
+    thread = threading.Thread(target=watch)
+    thread.daemon = True
+    thread.start()
+
+
+def run(module, arguments, data=None):
+    """Runs optimize_host. Returns its exit status, its standard error and, for each call, the items and the last
+    reply, which is empty if there is none. The last call is an empty one."""
+    command = [module.get_bin_path('optimize_host', required=True), '--json',
+               '-C', module.params['directory'], '--wait', str(module.params['lock_timeout'])]
+    command += ['--dry-run'] * module.check_mode + arguments
+    rc, out, err = module.run_command(command, data=data, expand_user_and_vars=False,
+                                      before_communicate_callback=end_with_reader)
+    calls = [([], {})]
+    for line in out.split('\n')[:-1]:  # without one that was cut off
+        reply = json.loads(line)
+        if reply['reply'] == 'item':
+            calls[-1][0].append(reply)
+        else:
+            calls[-1][1].update(reply)
+            calls.append(([], {}))
+    return rc, err, calls
+
+
+def label(service):
+    return '%s (%d)' % (service['name'], service['id']) if 'name' in service else 'id %d' % service['id']
+
+
+def messages(err, finals):
+    """The lines of optimize_host that are neither about a requested service nor an error."""
+    known = [': %s ' % label(each) for final in finals for kind in ('unchanged', 'not_handled')
+             for each in final.get(kind, [])]
+    errors = tuple(final['error'] for final in finals if 'error' in final)
+    return [line for line in err.splitlines()
+            if line.startswith('optimize_host: ') and not line.endswith(errors)
+            and not any(each in line for each in known)]
+
+
+def reason(rc, finals, warnings):
+    """Why a run failed, in the words of optimize_host."""
+    for final in finals:
+        if 'error' in final:
+            return final['error']
+    reasons = ['%s not handled: %s' % (label(each), each['message'])
+               for final in finals for each in final.get('not_handled', [])]
+    return '; '.join(reasons or warnings) or 'optimize_host ended with status %d' % rc
