@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the missing packages for a purpose: build, test, bench, package, lint, ansible,
-# ansible_lint, container, asan, tsan or compilers.
+# ansible_lint, ansible_validate, container, asan, tsan or compilers.
 # The other scripts source this one. By hand: scripts/dependencies.sh PURPOSE...
 set -euo pipefail
 
@@ -28,6 +28,7 @@ packages() {
     apt-get:ansible | dnf:ansible) echo ansible-core ;;
     apt-get:ansible_lint | dnf:ansible_lint) echo ansible-lint ;;
     apt-get:container | dnf:container) echo systemd-container ;;
+    apt-get:ansible_validate | dnf:ansible_validate) echo python3-voluptuous ;;
     dnf:build)
         echo gcc-c++ cmake make libxml2-devel json-devel diffutils gawk sed util-linux
         ;;
