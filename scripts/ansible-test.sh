@@ -275,8 +275,8 @@ END
 
 # The facts, and the members of results.
 test_facts() {
-    local machine facts python
-    add_machines alike one two
+    local machine facts python lock
+    add_machines alike one two three
     cat >"$place/facts.yml" <<'END'
 - name: Facts
   hosts: all
@@ -333,8 +333,11 @@ END
     exec {lock}<>"$(configuration_of one).lock"
     flock "$lock"
     echo '<oops' >"$(configuration_of two)"
+    printf '#!/bin/sh\n' >"$place/machines/three/bin/optimize_host"
+    chmod +x "$place/machines/three/bin/optimize_host"
     play 'facts that cannot be read' "one changed=0 failed=1 *: another call has not ended; * holds the lock: 1
-two changed=0 failed=1 $(configuration_of two):2: cannot parse: *: 4" -i "$place/alike" "$place/facts.yml"
+two changed=0 failed=1 $(configuration_of two):2: cannot parse: *: 4
+three changed=0 failed=1 optimize_host ended with status 0: 0" -i "$place/alike" "$place/facts.yml"
 }
 
 # Plays the documented tasks that let handlers run after failures: as the case $1, with the state $2, with $3 for

@@ -4,6 +4,7 @@ from __future__ import absolute_import, division, print_function
 __metaclass__ = type
 
 import json
+import os
 import select
 import threading
 
@@ -27,13 +28,22 @@ def end_with_reader(program):
     thread.start()
 
 
-def run(module, arguments, data=None):
+def give_input(text):
+    """Makes a text the standard input of the programs that are run. If run_command passed it on, a program that
+    ends before it reads would fail with a broken pipe instead of its own reason."""
+    read_end, write_end = os.pipe()
+    os.write(write_end, text.encode())
+    os.close(write_end)
+    os.dup2(read_end, 0)
+
+
+def run(module, arguments):
     """Runs optimize_host. Returns its exit status, its standard error and, for each call, the items and the last
     reply, which is empty if there is none. The last call is an empty one."""
     command = [module.get_bin_path('optimize_host', required=True), '--json',
                '-C', module.params['directory'], '--wait', str(module.params['lock_timeout'])]
     command += ['--dry-run'] * module.check_mode + arguments
-    rc, out, err = module.run_command(command, data=data, expand_user_and_vars=False,
+    rc, out, err = module.run_command(command, expand_user_and_vars=False,
                                       before_communicate_callback=end_with_reader)
     calls = [([], {})]
     for line in out.split('\n')[:-1]:  # without one that was cut off

@@ -124,7 +124,8 @@ def service_of(item):
 
 def main():
     module = AnsibleModule(argument_spec=optimize_host.OPTIONS, supports_check_mode=True)
-    rc, err, calls = optimize_host.run(module, ['-'], '\n'.join(OPERATIONS))
+    optimize_host.give_input('\n'.join(OPERATIONS))
+    rc, err, calls = optimize_host.run(module, ['-'])
     calls = calls[:-1] + [([], {})] * len(OPERATIONS)
     (services, dummy), (record, dummy), (dummy, score), (dummy, count) = calls[:len(OPERATIONS)]
     finals = [final for dummy, final in calls[:len(OPERATIONS)]]

@@ -169,8 +169,8 @@ STATES = {
     'restored': (['restore_service'], 'optimized', 'none'),
     'ignored': (['ignore_service', 'on'], 'none', 'ignored'),
     'unignored': (['ignore_service', 'off'], 'ignored', 'none'),
+    'listed': (['ignore_service', 'off'], 'ignored', 'none'),
 }
-STATES['listed'] = STATES['unignored']
 
 # Reasons for which machines differ. The others are failures.
 REASONS = ['not listed', 'off', 'optimized', 'ignored', 'not configured']
