@@ -1,0 +1,255 @@
+// The page: shows the configuration as it changes, and does what the buttons say.
+import { actions, describe, run } from "./actions.js";
+import { On, Off, Ignored, parse } from "./configuration.js";
+import { call } from "./program.js";
+import { filterRows, setText, showRows, shownBoxes, ticked, untick } from "./rows.js";
+import { configuration, record } from "./settings.js";
+
+const cockpit = window.cockpit;
+const _ = cockpit.gettext;
+const element = id => document.getElementById(id);
+const permission = cockpit.permission({ admin: true });
+const file = cockpit.file(configuration);
+
+let latest = null;        // what was read last: { text, error }
+let services = new Map(); // those that are shown, by name
+let score = 0;
+let lines = new Map();    // of the record, by name
+let problem = null;       // why the configuration cannot be shown
+let isBusy = false;       // an own call runs
+let isAsked = false;      // the machine was listed on opening, or that was tried
+let isListed = false;     // the last listing was a success
+let isStopped = false;
+let undo = null;          // does the opposite of the last action
+
+function showSummary() {
+    const counts = [On, Off, Ignored].map(
+        state => [...services.values()].filter(service => service.state === state).length);
+    const total = services.size;
+    document.querySelectorAll("dt[class] + dd").forEach((cell, state) => setText(cell, `${counts[state]}`));
+    setText(element("score"), `${score}`);
+    let start = 0;
+    element("donut").querySelectorAll("circle[class]").forEach((circle, index) => {
+        const share = total ? 100 * counts[index + 1] / total : 0;
+        circle.setAttribute("stroke-dasharray", `${share} ${100 - share}`);
+        circle.setAttribute("stroke-dashoffset", `${-start}`);
+        circle.classList.toggle("none", share === 0);
+        start += share;
+    });
+    element("donut").setAttribute("aria-label",
+        cockpit.format(_("$0 of $1 services are switched off"), counts[Off], total));
+    setText(element("donut").querySelector("text"), `${counts[Off]}/${total}`);
+}
+
+function showEmpty() {
+    const isEmpty = latest !== null && !problem && services.size === 0;
+    const text = permission.allowed === false ? _("Not looked yet: turn on administrative access.")
+        : isListed ? _("This machine has none of the optional services. The page “Services” shows all of them.")
+            : _("Looking at the machine");
+    element("empty").hidden = !isEmpty;
+    setText(element("empty"), isEmpty ? text : "");
+    for (const each of [element("summary"), element("tools"), document.querySelector("table")]) {
+        each.hidden = services.size === 0;
+    }
+}
+
+// Whatever depends on the ticks, on the rights and on a running call.
+function showControls() {
+    const { names, hidden } = ticked();
+    const isPossible = permission.allowed && !problem && !isBusy;
+    const text = hidden > 0 ? _("$0 selected, $1 of them hidden") : _("$0 selected");
+    setText(element("selected"), names.length > 0 ? cockpit.format(text, names.length, hidden) : "");
+    for (const [id, action] of Object.entries(actions)) {
+        const count = names.filter(name => action.from(services.get(name))).length;
+        setText(element(id), count > 0 ? `${action.label} (${count})` : action.label);
+        element(id).disabled = !isPossible || count === 0;
+    }
+    const boxes = shownBoxes();
+    const count = boxes.filter(box => box.checked).length;
+    element("all").checked = count > 0 && count === boxes.length;
+    element("all").indeterminate = count > 0 && count < boxes.length;
+    element("refresh").setAttribute("aria-disabled", `${!permission.allowed || isBusy}`);
+    element("undo").disabled = !isPossible;
+    element("limited").hidden = permission.allowed !== false;
+    setText(element("problem"), problem ? cockpit.format("$0: $1", configuration, problem) : "");
+    element("problem").hidden = !problem;
+}
+
+// Shows what was read last, with what the record knows. An unreadable file leaves the rows as they are.
+function show() {
+    try {
+        if (latest.error) throw latest.error;
+        const read = parse(latest.text);
+        services = new Map([...read.services].filter(([, each]) => [On, Off, Ignored].includes(each.state)));
+        score = read.score;
+        problem = null;
+    } catch (error) {
+        problem = error.problem ? cockpit.message(error) : error.message;
+    }
+    for (const service of services.values()) {
+        const line = lines.get(service.name);
+        service.since = line?.since;
+        service.isPartly = line?.state === "partly" && service.state === On;
+        service.levelsBefore = line?.level;
+    }
+    showSummary();
+    showRows(services);
+    filterRows(element("filter").value);
+    showEmpty();
+    showControls();
+    document.body.hidden = false;
+}
+
+// Reads the configuration anew and shows it. Gives the services.
+async function look() {
+    await file.read().then(() => {}, () => {}); // the watch hears of both
+    show();
+    return services;
+}
+
+async function readRecord() {
+    const answer = permission.allowed ? await call(["switched"]) : { items: [] };
+    lines = new Map(answer.items.map(line => [line.name, line]));
+}
+
+function showProgress(text, position, total) {
+    setText(element("progress-text"), text);
+    const bar = document.querySelector("progress");
+    if (total) [bar.max, bar.value] = [total, position];
+    else bar.removeAttribute("value");
+    element("stop").hidden = !total;
+    element("progress").hidden = false;
+}
+
+const onWait = () => setText(element("progress-text"),
+                             _("Waiting: another program is changing services"));
+
+// Does something that calls the program. The focus follows from what was pressed to the progress and then
+// to the result, unless the person has moved it elsewhere meanwhile.
+async function whileBusy(isFollowed, work) {
+    isBusy = true;
+    isStopped = false;
+    element("stop").disabled = false;
+    element("result").hidden = true;
+    showControls();
+    if (isFollowed) element("progress").focus();
+    const finish = await work();
+    await readRecord();
+    isBusy = false;
+    show();
+    const isHere = element("progress").contains(document.activeElement);
+    element("progress").hidden = true;
+    finish();
+    if (isFollowed && isHere) (element("result").hidden ? element("refresh") : element("result")).focus();
+}
+
+function showResult(texts, failures, isFailure) {
+    const list = document.createElement("ul");
+    for (const { service, text } of failures) {
+        const item = document.createElement("li");
+        const name = document.createElement("bdi");
+        name.textContent = service.name;
+        item.append(name, ": ", text);
+        list.append(item);
+    }
+    element("result-text").replaceChildren(...texts.map(text => {
+        const line = document.createElement("div");
+        line.textContent = text;
+        return line;
+    }), ...(failures.length > 0 ? [list] : []));
+    element("result").classList.toggle("bad", isFailure);
+    element("undo").hidden = !undo;
+    element("result").hidden = false;
+}
+
+function list(isFollowed) {
+    showProgress(_("Looking at the machine"));
+    return whileBusy(isFollowed, async () => {
+        const answer = await call(["ls_service"], onWait);
+        await look();
+        isListed = answer.reason === null;
+        return () => {
+            undo = null;
+            if (!isListed) showResult([_("The machine could not be listed:"), answer.reason], [], true);
+        };
+    });
+}
+
+function act(action, names) {
+    const chosen = names.map(name => services.get(name)).filter(each => each && action.from(each));
+    const started = (service, position) =>
+        showProgress(cockpit.format(action.running, service.name), position, chosen.length);
+    showProgress("", 0, chosen.length);
+    return whileBusy(true, async () => {
+        const result = await run(action, chosen, { look, show: started, onWait, isStopped: () => isStopped });
+        return () => {
+            const changed = result.changed.map(service => service.name);
+            untick(changed);
+            showControls();
+            // A service that was partly off cannot be brought back to that.
+            undo = changed.length > 0 && !result.changed.some(service => service.isPartly)
+                ? () => act(actions[action.undo], changed) : null;
+            showResult(describe(action, result), result.failures, result.failures.length > 0);
+        };
+    });
+}
+
+function onClick(id, work) {
+    element(id).addEventListener("click", work);
+}
+
+function start() {
+    cockpit.translate();
+    document.documentElement.lang = cockpit.language.replace("_", "-");
+    for (const [id, action] of Object.entries(actions)) {
+        const button = document.createElement("button");
+        button.id = id;
+        button.type = "button";
+        button.addEventListener("click", () => act(action, ticked().names));
+        element("tools").append(button);
+    }
+    onClick("refresh", () => !isBusy && permission.allowed && list(true));
+    onClick("stop", () => {
+        isStopped = true;
+        element("stop").disabled = true;
+        element("progress").focus();
+    });
+    onClick("undo", () => undo());
+    onClick("close", () => {
+        element("result").hidden = true;
+        element("filter").focus();
+    });
+    onClick("all", () => {
+        shownBoxes().forEach(box => { box.checked = element("all").checked; });
+        showControls();
+    });
+    document.querySelector("tbody").addEventListener("change", showControls);
+    element("filter").addEventListener("input", () => {
+        filterRows(element("filter").value);
+        showControls();
+    });
+    file.watch((text, tag, error) => {
+        latest = { text, error };
+        if (!isBusy) show();
+        listOnce();
+    });
+    // Reading it needs rights; that it has changed can be seen without.
+    cockpit.file(record).watch(async () => {
+        if (isBusy || latest === null) return;
+        await readRecord();
+        if (!isBusy) show();
+    }, { read: false });
+    permission.addEventListener("changed", () => {
+        if (latest !== null && !isBusy) show();
+        listOnce();
+    });
+}
+
+// Lists the machine as soon as the configuration was read and there are rights.
+function listOnce() {
+    if (!permission.allowed || latest === null || isAsked) return;
+    isAsked = true;
+    list(false);
+}
+
+start();

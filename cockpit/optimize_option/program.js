@@ -1,0 +1,62 @@
+// Runs the program, and reads what it answers.
+import { program, folder } from "./settings.js";
+
+const cockpit = window.cockpit;
+const _ = cockpit.gettext;
+const prefix = "optimize_host: "; // of its own messages; its commands print, too
+
+// Reads the lines of a call: objects and messages. What a killed program left incomplete is not an object.
+function read(output) {
+    const answer = { items: [], end: null, messages: [] };
+    for (const line of output.split("\n")) {
+        if (line.startsWith(prefix)) {
+            answer.messages.push(line.slice(prefix.length));
+        } else if (line.startsWith("{")) {
+            try {
+                const object = JSON.parse(line);
+                if (object.reply === "item") answer.items.push(object);
+                else answer.end = object;
+            } catch {
+                // nothing to read
+            }
+        }
+    }
+    return answer;
+}
+
+// Why a call failed, for people. Its own reasons come first, then what is known from outside.
+function reason(answer, failure) {
+    if (answer.end?.not_handled) return answer.end.not_handled.map(each => each.message).join("; ");
+    if (answer.end?.error) return answer.end.error;
+    if (answer.messages.length > 0) return answer.messages.join("; ");
+    if (failure.problem) return cockpit.format(_("cannot run $0: $1"), program, cockpit.message(failure));
+    if (failure.exit_signal) return cockpit.format(_("ended by the signal $0"), failure.exit_signal);
+    return cockpit.message(failure);
+}
+
+// Makes one call with rights and waits for its end. Never rejects. Gives the objects of the answer as
+// `items` and `end`; `reason`, null after a success; `isCut`, whether the call may have begun but has no
+// end, so that nobody knows what it did; `isPossible`, false if the next call would fail the same way.
+// `onWait` is called when the program says that it waits for another call.
+export async function call(words, onWait = () => {}) {
+    let output = "";
+    let failure = null;
+    // Both streams in one: so the messages arrive while the call runs, and survive the program.
+    const process = cockpit.spawn([program, "--json", "-C", folder, ...words],
+                                  { superuser: "require", err: "out" });
+    process.stream(data => {
+        output += data;
+        if (read(output).messages.some(message => message.includes(": waiting for "))) onWait();
+    });
+    try {
+        await process;
+    } catch (exception) {
+        failure = exception;
+    }
+    const answer = read(output);
+    answer.isCut = answer.end === null && !["not-found", "access-denied"].includes(failure?.problem);
+    answer.isPossible = !failure?.problem;
+    if (answer.isCut && !failure) failure = { message: _("the program gave no answer") };
+    answer.reason = failure || answer.end.error ? reason(answer, failure) : null;
+    return answer;
+}
