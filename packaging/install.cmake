@@ -10,17 +10,26 @@ set(SYSTEMD_TOOLS ${CMAKE_INSTALL_LIBEXECDIR}/optimize_option/systemd)
 install(TARGETS chkconfig RUNTIME DESTINATION ${SYSTEMD_TOOLS})
 install(TARGETS fwbase rpc_ireal_Optimize_Option
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/optimize_option)
-# The manual page and the completion name the folder of the configuration, which goes with the prefix.
+# These name the folder of the configuration, and some the program; both go with the prefix.
 set(STATE ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/lib/optimize_option)
-foreach(name optimize_host.1 completion.bash)
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS packaging/${name})
-  file(READ packaging/${name} text)
+set(page cockpit/optimize_option)
+foreach(file packaging/optimize_host.1 packaging/completion.bash
+    ${page}/settings.js ${page}/manifest.json)
+  get_filename_component(name ${file} NAME)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+  file(READ ${file} text)
   string(REPLACE /var/lib/optimize_option ${STATE} text "${text}")
+  string(REPLACE /usr/bin/optimize_host ${CMAKE_INSTALL_FULL_BINDIR}/optimize_host text "${text}")
   file(WRITE ${PROJECT_BINARY_DIR}/${name} "${text}")
 endforeach()
 install(FILES ${PROJECT_BINARY_DIR}/optimize_host.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${PROJECT_BINARY_DIR}/completion.bash RENAME optimize_host
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+# Cockpit looks for pages in this folder if the prefix is /usr or /usr/local.
+install(DIRECTORY ${page} DESTINATION ${CMAKE_INSTALL_DATADIR}/cockpit
+  PATTERN settings.js EXCLUDE PATTERN manifest.json EXCLUDE)
+install(FILES ${PROJECT_BINARY_DIR}/settings.js ${PROJECT_BINARY_DIR}/manifest.json
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/${page})
 # Only documents that do not point to files of the source tree.
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/optimize-option)
 install(FILES CHANGELOG.md docs/configuration.md docs/json.md packaging/copyright DESTINATION ${documents})
@@ -130,7 +139,7 @@ Packager: ${CPACK_PACKAGE_CONTACT}
 Recommends: glibc-gconv-extra")
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /usr/${CMAKE_INSTALL_MANDIR} /usr/${CMAKE_INSTALL_MANDIR}/man1
-  /usr/share/bash-completion /usr/share/bash-completion/completions
+  /usr/share/cockpit /usr/share/bash-completion /usr/share/bash-completion/completions
   /usr/${CMAKE_INSTALL_LIBEXECDIR}
   /usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 include(CPack)

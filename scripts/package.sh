@@ -131,6 +131,7 @@ check() {
     for file in "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so "$root/$conf" \
         "$root"/usr/share/{man/man1/optimize_host.1.gz,bash-completion/completions/optimize_host} \
         "$root/usr/share/ansible/collections/ansible_collections/optimize_option/services/galaxy.yml" \
+        "$root"/usr/share/cockpit/optimize_option/{index.html,manifest.json,settings.js} \
         "$documents"/{copyright,configuration.md,json.md,interface.md}; do
         [[ -e $file ]] || die "${file#"$root/"} is not in a package"
     done
