@@ -4,6 +4,8 @@ const _ = cockpit.gettext;
 
 export const On = 0, Off = 1, Ignored = 2; // the others are not available on the machine
 
+export const isAvailable = service => [On, Off, Ignored].includes(service.state);
+
 export function stateName(state) {
     return [_("On"), _("Switched off"), _("Ignored")][state] ?? _("Not available");
 }

@@ -1,6 +1,6 @@
 // The page: shows the configuration as it changes, and does what the buttons say.
 import { actions, describe, run } from "./actions.js";
-import { On, Off, Ignored, parse } from "./configuration.js";
+import { On, Off, Ignored, isAvailable, parse } from "./configuration.js";
 import { call } from "./program.js";
 import { filterRows, setText, showRows, shownBoxes, ticked, untick } from "./rows.js";
 import { configuration, record } from "./settings.js";
@@ -12,7 +12,8 @@ const permission = cockpit.permission({ admin: true });
 const file = cockpit.file(configuration);
 
 let latest = null;        // what was read last: { text, error }
-let services = new Map(); // those that are shown, by name
+let all = new Map();      // the services, by name
+let services = new Map(); // those that are available
 let score = 0;
 let lines = new Map();    // of the record, by name
 let problem = null;       // why the configuration cannot be shown
@@ -80,12 +81,13 @@ function show() {
     try {
         if (latest.error) throw latest.error;
         const read = parse(latest.text);
-        services = new Map([...read.services].filter(([, each]) => [On, Off, Ignored].includes(each.state)));
+        all = read.services;
         score = read.score;
         problem = null;
     } catch (error) {
         problem = error.problem ? cockpit.message(error) : error.message;
     }
+    services = new Map([...all].filter(([, service]) => isAvailable(service)));
     for (const service of services.values()) {
         const line = lines.get(service.name);
         service.since = line?.since;
@@ -93,7 +95,7 @@ function show() {
         service.levelsBefore = line?.level;
     }
     showSummary();
-    showRows(services);
+    showRows(all);
     filterRows(element("filter").value);
     showEmpty();
     showControls();

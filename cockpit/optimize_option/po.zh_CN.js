@@ -1,6 +1,7 @@
 cockpit.locale({
     "": { "plural-forms": () => 0, "language": "zh_CN", "language-direction": "ltr" },
     "$0 call failed:": ["$0 calls failed:", "$0 次调用失败："],
+    "$0 is not there": [null, "$0 不存在"],
     "$0 of $1 services are switched off": [null, "$1 个服务中有 $0 个已关闭"],
     "$0 selected": [null, "已选 $0 项"],
     "$0 selected, $1 of them hidden": [null, "已选 $0 项，其中 $1 项未显示"],
@@ -29,6 +30,7 @@ cockpit.locale({
     "Refresh": [null, "刷新"],
     "Run levels": [null, "运行级别"],
     "Score": [null, "评分"],
+    "Select all": [null, "全选"],
     "Select all that are shown": [null, "全选显示的服务"],
     "State": [null, "状态"],
     "Stop": [null, "停止"],
@@ -45,6 +47,7 @@ cockpit.locale({
     "Waiting: another program is changing services": [null, "正在等待：另一个程序正在更改服务"],
     "cannot run $0: $1": [null, "无法运行 $0：$1"],
     "ended by the signal $0": [null, "被信号 $0 终止"],
+    "off": [null, "已关闭"],
     "only partly: was on in $0": [null, "仅部分启用；原为 $0"],
     "since $0": [null, "自 $0 起"],
     "the file is missing": [null, "文件不存在"],

@@ -29,6 +29,7 @@ function reason(answer, failure) {
     if (answer.end?.not_handled) return answer.end.not_handled.map(each => each.message).join("; ");
     if (answer.end?.error) return answer.end.error;
     if (answer.messages.length > 0) return answer.messages.join("; ");
+    if (failure.problem === "not-found") return cockpit.format(_("$0 is not there"), program);
     if (failure.problem) return cockpit.format(_("cannot run $0: $1"), program, cockpit.message(failure));
     if (failure.exit_signal) return cockpit.format(_("ended by the signal $0"), failure.exit_signal);
     return cockpit.message(failure);

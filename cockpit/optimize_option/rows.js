@@ -1,12 +1,17 @@
 // The table of services. A row lives as long as its service, so that a change takes away neither the focus
 // nor a half-done click. All text is set as text: names and descriptions may look like markup.
-import { Off, stateName } from "./configuration.js";
+import { Off, isAvailable, stateName } from "./configuration.js";
 
 const cockpit = window.cockpit;
 const _ = cockpit.gettext;
 const body = document.querySelector("tbody");
 const template = document.getElementById("row");
 const rows = new Map(); // by name
+let rowOfFocus = null;  // which is out of sight
+
+const box = row => row.querySelector("input");
+const isGone = row => row.classList.contains("gone");
+const present = () => [...rows.values()].filter(row => !isGone(row));
 
 // Sets only what differs, so that nothing is read out twice.
 export function setText(element, text) {
@@ -32,6 +37,7 @@ function remark(service) {
 function fill(row, service) {
     const [name, description, state, level] = row.cells;
     row.dataset.name = service.name;
+    row.classList.toggle("gone", !isAvailable(service));
     setText(name.querySelector("bdi"), service.name);
     setText(description.firstElementChild, service.desc);
     const badge = state.querySelector(".state");
@@ -41,7 +47,16 @@ function fill(row, service) {
     setText(level, levels(service.level));
 }
 
-// Brings the rows in line with the services, in their order.
+// A row that goes out of sight takes the focus along, and brings it back unless that is elsewhere now.
+function followFocus(row, hadFocus) {
+    if (hadFocus && isGone(row)) rowOfFocus = row;
+    if (row !== rowOfFocus || isGone(row)) return;
+    rowOfFocus = null;
+    if (document.activeElement === document.body) box(row).focus();
+}
+
+// Brings the rows in line with the services, in their order. The row of a service that is not available is
+// out of sight: in the middle of a call of somebody else a service may be so for a moment.
 export function showRows(services) {
     for (const [name, row] of rows) {
         if (!services.has(name)) {
@@ -56,9 +71,11 @@ export function showRows(services) {
             row = template.content.firstElementChild.cloneNode(true);
             rows.set(service.name, row);
         }
+        const hadFocus = row.contains(document.activeElement);
         fill(row, service);
         if (row === next) next = row.nextElementSibling;
         else body.insertBefore(row, next);
+        followFocus(row, hadFocus);
     }
 }
 
@@ -71,16 +88,14 @@ export function filterRows(text) {
     }
 }
 
-const box = row => row.querySelector("input");
-
 export function shownBoxes() {
-    return [...rows.values()].filter(row => !row.hidden).map(box);
+    return present().filter(row => !row.hidden).map(box);
 }
 
 // The names of the ticked services, and how many of them the filter hides.
 export function ticked() {
-    const chosen = [...rows].filter(([, row]) => box(row).checked);
-    return { names: chosen.map(([name]) => name), hidden: chosen.filter(([, row]) => row.hidden).length };
+    const chosen = present().filter(row => box(row).checked);
+    return { names: chosen.map(row => row.dataset.name), hidden: chosen.filter(row => row.hidden).length };
 }
 
 export function untick(names) {
