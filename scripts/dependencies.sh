@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the missing packages for a purpose: build, test, bench, package, lint, ansible,
-# ansible_lint, ansible_validate, container, asan, tsan or compilers.
+# ansible_lint, ansible_validate, container, page, asan, tsan or compilers.
 # The other scripts source this one. By hand: scripts/dependencies.sh PURPOSE...
 set -euo pipefail
 
@@ -29,6 +29,14 @@ packages() {
     apt-get:ansible_lint | dnf:ansible_lint) echo ansible-lint ;;
     apt-get:container | dnf:container) echo systemd-container ;;
     apt-get:ansible_validate | dnf:ansible_validate) echo python3-voluptuous ;;
+    # With a font for Chinese.
+    apt-get:page)
+        echo cockpit-ws cockpit-bridge chromium chromium-driver python3-selenium fonts-wqy-microhei
+        ;;
+    dnf:page)
+        echo cockpit-ws cockpit-bridge chromium chromedriver python3-selenium \
+            google-noto-sans-cjk-ttc-fonts
+        ;;
     dnf:build)
         echo gcc-c++ cmake make libxml2-devel json-devel diffutils gawk sed util-linux
         ;;
