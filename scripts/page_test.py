@@ -1,6 +1,6 @@
-"""Drives the page in Cockpit with a browser, on copies of the embedded machine: page_test.py PROGRAM [TEST...]
+"""Drives the page in Cockpit with a browser, on copies of the embedded machine.
 
-Needs root's rights, because half of it is about having them or not. page-test.sh runs it.
+page_test.py PROGRAM [TEST...]. Needs root's rights, because half of it is about having them or not. page-test.sh runs it.
 """
 import json
 import os
@@ -85,8 +85,9 @@ class Page:
         script = PLACE / f"session-{port}"
         script.write_text(f"#!/bin/sh\nexec {session}\n")
         script.chmod(0o755)
-        server = [each for each in ("/usr/lib/cockpit/cockpit-ws", "/usr/libexec/cockpit-ws") if os.path.exists(each)]
-        processes.append(subprocess.Popen([server[0], "--no-tls", "-a", "127.0.0.1", "-p", str(port),
+        places = [f"/usr/{each}/cockpit-ws" for each in ("lib/cockpit", "libexec")]
+        server = next(each for each in places if os.path.exists(each))
+        processes.append(subprocess.Popen([server, "--no-tls", "-a", "127.0.0.1", "-p", str(port),
                                            f"--local-session={script}"], stderr=subprocess.DEVNULL))
         WebDriverWait(port, 20, 0.05, [OSError]).until(lambda _: socket.create_connection(("127.0.0.1", port)))
         self.browser = browser
@@ -116,7 +117,9 @@ class Page:
             raise AssertionError(f"{selector} shows '{self.find(selector).text}', not '{text}'") from None
 
     def row(self, name):
-        return next(row for row in self.all("tbody tr") if row.get_attribute("data-name") == name)
+        rows = [row for row in self.all("tbody tr") if row.get_attribute("data-name") == name]
+        assert len(rows) == 1, f"{len(rows)} rows for {name}"
+        return rows[0]
 
     def box(self, name):
         return self.row(name).find_element(By.CSS_SELECTOR, "input")
@@ -315,7 +318,8 @@ def test_looks(page):
     page.box("cups").click()
     page.script("scroll(0, 0)")
     page.shoot("narrow")
-    width, shown = page.script("const root = document.documentElement; return [root.scrollWidth, root.clientWidth]")
+    width, shown = page.script(
+        "const root = document.documentElement; return [root.scrollWidth, root.clientWidth]")
     assert width <= shown and not page.find("#off").is_displayed(), f"{width} wide, of which {shown} are shown"
     page.browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
 
@@ -378,7 +382,8 @@ def main():
     PLACE.chmod(0o755)
     LINK.symlink_to(PROGRAM)
     shutil.copytree(SOURCE, PLACE / "cockpit/optimize_option")
-    for file, old, new in (("settings.js", "/usr/bin/optimize_host", LINK), ("manifest.json", "/usr/bin/optimize_host", LINK),
+    for file, old, new in (("settings.js", "/usr/bin/optimize_host", LINK),
+                           ("manifest.json", "/usr/bin/optimize_host", LINK),
                            ("settings.js", "/var/lib/optimize_option", MACHINE)):
         edit(PLACE / "cockpit/optimize_option" / file, old, str(new))
     os.environ.update(XDG_DATA_HOME=str(PLACE), PATH=f"{MACHINE}/bin:{os.environ['PATH']}",

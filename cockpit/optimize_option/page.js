@@ -16,7 +16,7 @@ let all = new Map();      // the services, by name
 let services = new Map(); // those that are available
 let score = 0;
 let lines = new Map();    // of the record, by name
-let problem = null;       // why the configuration cannot be shown
+let problem = null;       // why the configuration cannot be shown as it is
 let isBusy = false;       // an own call runs
 let isAsked = false;      // the machine was listed on opening, or that was tried
 let isListed = false;     // the last listing was a success
@@ -43,12 +43,12 @@ function showSummary() {
 }
 
 function showEmpty() {
-    const isEmpty = latest !== null && !problem && services.size === 0;
-    const text = permission.allowed === false ? _("Not looked yet: turn on administrative access.")
-        : isListed ? _("This machine has none of the optional services. The page “Services” shows all of them.")
-            : _("Looking at the machine");
-    element("empty").hidden = !isEmpty;
-    setText(element("empty"), isEmpty ? text : "");
+    const text = services.size > 0 || problem ? ""
+        : permission.allowed === false ? _("Not looked yet: turn on administrative access.")
+            : isListed ? _("This machine has none of the optional services. The page “Services” shows all of them.")
+                : "";
+    setText(element("empty"), text);
+    element("empty").hidden = text === "";
     for (const each of [element("summary"), element("tools"), document.querySelector("table")]) {
         each.hidden = services.size === 0;
     }
@@ -119,20 +119,18 @@ function showProgress(text, position, total) {
     const bar = document.querySelector("progress");
     if (total) [bar.max, bar.value] = [total, position];
     else bar.removeAttribute("value");
-    element("stop").hidden = !total;
+    element("stop").hidden = !(total > 1); // it acts between two calls
     element("progress").hidden = false;
 }
 
 const onWait = () => setText(element("progress-text"),
                              _("Waiting: another program is changing services"));
 
-// Does something that calls the program. The focus follows from what was pressed to the progress and then
-// to the result, unless the person has moved it elsewhere meanwhile.
+// Does something that calls the program. `work` gives a function that shows the result and says where that
+// is. The focus follows from what was pressed to the progress and then to the result, unless the person has
+// moved it elsewhere meanwhile.
 async function whileBusy(isFollowed, work) {
     isBusy = true;
-    isStopped = false;
-    element("stop").disabled = false;
-    element("result").hidden = true;
     showControls();
     if (isFollowed) element("progress").focus();
     const finish = await work();
@@ -141,8 +139,8 @@ async function whileBusy(isFollowed, work) {
     show();
     const isHere = element("progress").contains(document.activeElement);
     element("progress").hidden = true;
-    finish();
-    if (isFollowed && isHere) (element("result").hidden ? element("refresh") : element("result")).focus();
+    const place = finish();
+    if (isFollowed && isHere) place.focus();
 }
 
 function showResult(texts, failures, isFailure) {
@@ -162,6 +160,7 @@ function showResult(texts, failures, isFailure) {
     element("result").classList.toggle("bad", isFailure);
     element("undo").hidden = !undo;
     element("result").hidden = false;
+    return element("result");
 }
 
 function list(isFollowed) {
@@ -171,8 +170,9 @@ function list(isFollowed) {
         await look();
         isListed = answer.reason === null;
         return () => {
+            if (isListed) return element("refresh");
             undo = null;
-            if (!isListed) showResult([_("The machine could not be listed:"), answer.reason], [], true);
+            return showResult([_("The machine could not be listed:"), answer.reason], [], true);
         };
     });
 }
@@ -182,6 +182,8 @@ function act(action, names) {
     const started = (service, position) =>
         showProgress(cockpit.format(action.running, service.name), position, chosen.length);
     showProgress("", 0, chosen.length);
+    isStopped = element("stop").disabled = false;
+    element("result").hidden = true;
     return whileBusy(true, async () => {
         const result = await run(action, chosen, { look, show: started, onWait, isStopped: () => isStopped });
         return () => {
@@ -191,7 +193,7 @@ function act(action, names) {
             // A service that was partly off cannot be brought back to that.
             undo = changed.length > 0 && !result.changed.some(service => service.isPartly)
                 ? () => act(actions[action.undo], changed) : null;
-            showResult(describe(action, result), result.failures, result.failures.length > 0);
+            return showResult(describe(action, result), result.failures, result.failures.length > 0);
         };
     });
 }
@@ -214,6 +216,7 @@ function start() {
     onClick("stop", () => {
         isStopped = true;
         element("stop").disabled = true;
+        setText(element("progress-text"), _("Stopping after this service"));
         element("progress").focus();
     });
     onClick("undo", () => undo());

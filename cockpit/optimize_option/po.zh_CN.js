@@ -36,6 +36,7 @@ cockpit.locale({
     "Stop": [null, "停止"],
     "Stop ignoring": [null, "取消忽略"],
     "Stopping to ignore $0": [null, "正在取消忽略 $0"],
+    "Stopping after this service": [null, "处理完这个服务后停止"],
     "Switch back on": [null, "恢复"],
     "Switch off": [null, "关闭"],
     "Switched off": [null, "已关闭"],
