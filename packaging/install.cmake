@@ -32,7 +32,7 @@ install(FILES ${PROJECT_BINARY_DIR}/settings.js ${PROJECT_BINARY_DIR}/manifest.j
   DESTINATION ${CMAKE_INSTALL_DATADIR}/${page})
 # Only documents that do not point to files of the source tree.
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/optimize-option)
-install(FILES CHANGELOG.md docs/configuration.md docs/json.md packaging/copyright DESTINATION ${documents})
+install(FILES CHANGELOG.md docs/configuration.md docs/json.md docs/systemd.md packaging/copyright DESTINATION ${documents})
 
 # Ansible looks for collections in this folder if the prefix is /usr.
 install(DIRECTORY ansible/

@@ -76,6 +76,10 @@ before=$(links)
 
 mkdir -p "$root/test/config/system_operation"
 cp -R build/release/{bin,lib,libexec} "$root/test"
+# The program looks for the tool where an installation puts it.
+prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' build/release/CMakeCache.txt)
+install -D build/release/libexec/optimize_option/systemd/chkconfig \
+    "$root$prefix/libexec/optimize_option/systemd/chkconfig"
 {
     echo '<?xml version="1.0" encoding="UTF-8"?>'
     echo '<kavra_conf><myself_config><optimize_sorce>0</optimize_sorce><optimize_num>0</optimize_num>'
@@ -123,14 +127,22 @@ check_services() {
     done
 }
 
+# Runs the program, which has to find the tool.
+host() {
+    inside env PATH=/usr/sbin:/usr/bin:/sbin:/bin bin/optimize_host "$@"
+}
+
 switch() {
-    inside bin/optimize_host "$1_service" "${services[@]/#/optimize-}" >"$log" 2>&1 || die "$1_service failed"
+    host "$1_service" "${services[@]/#/optimize-}" >"$log" 2>&1 || die "$1_service failed"
 }
 
 boot || skip "no systemd boots in a container here: $(tail -n 1 "$log")"
 check_services active 'after the first boot'
 switch optimize
 check_services active 'switched off, but not stopped'
+[[ $(inside journalctl -t optimize_host -o cat) == *'optimize-plain switched off, was on in 2345'* ]] ||
+    die 'the journal does not say what was switched'
+host --no-units ls_service >"$log" 2>&1 && die 'units are switched in spite of --no-units'
 [[ $(inside systemctl show -p WantedBy optimize-plain.service) == WantedBy= ]] ||
     die 'systemd was not told that links are gone'
 reboot
