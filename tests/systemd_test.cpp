@@ -58,7 +58,7 @@ struct SystemdTest : Workspace {
             telnet@.service
             telnet.socket WantedBy=sockets.target
             tunnel.service RequiredBy=network.target
-            by-hand.service
+            by-hand.service Also=masked.service
             virtlog.service Also=virtlog.socket
             virtlog.socket WantedBy=sockets.target
             trim.timer WantedBy=timers.target
