@@ -18,7 +18,7 @@ export ANSIBLE_COLLECTIONS_PATH=$place/collections ANSIBLE_NOCOLOR=true ANSIBLE_
 export OPTIMIZE_HOST_LOG=$place/syslog PYTHONDONTWRITEBYTECODE=1
 touch "$ANSIBLE_CONFIG"
 mkdir "$place/machines"
-runner=(timeout 300) # runs ansible-playbook
+runner=(timeout 1000) # runs ansible-playbook
 # A host that cannot be reached: nobody can make its folder.
 gone='gone ansible_connection=local ansible_pipelining=false ansible_remote_tmp=/proc/none optimize_directory=/proc/none'
 
@@ -259,7 +259,7 @@ test_timeout() {
         name: cups
         state: optimized
         directory: "{{ optimize_directory }}"
-        lock_timeout: 200
+        lock_timeout: 1000
       timeout: 5
       register: result
       ignore_errors: true
@@ -270,13 +270,11 @@ END
     exec {lock}<>"$(configuration_of one).lock"
     flock "$lock"
     play 'a timeout' '* changed=0 failed=0 gave up' -i "$place/alike" "$place/timeout.yml"
-    flock -w 20 "$place/machines/one.running" true || die 'a timeout: a module still waits for the lock'
+    flock -w 100 "$place/machines/one.running" true || die 'a timeout: a module still waits for the lock'
 }
 
-# The facts, and the members of results.
-test_facts() {
-    local machine facts python lock
-    add_machines alike one two three
+# Makes a playbook that compares the members of results and shows the facts.
+write_facts() {
     cat >"$place/facts.yml" <<'END'
 - name: Facts
   hosts: all
@@ -312,6 +310,13 @@ test_facts() {
           {%- endfor %}; score {{ found.score }}, count {{ found.count }}
         fail_msg: "{{ found.msg | default('') }}: {{ found.stderr_lines | default([]) | length }}"
 END
+}
+
+# The facts, and the members of results.
+test_facts() {
+    local machine facts python lock
+    add_machines alike one two three
+    write_facts
     for machine in "${machines[@]}"; do # somebody else has switched atd off
         on_machine "$machine" optimize_host optimize_service cups
         on_machine "$machine" chkconfig --level 345 atd off
@@ -364,10 +369,10 @@ END
     play "$1" "$5" -i "$place/differing" "$place/group.yml" "${@:6}"
 }
 
-# Machines that differ, and handlers.
-test_group() {
-    local lock first failures
-    local changed='changed=1 failed=0 handler All assertions passed'
+# Makes the machines that differ. One lacks rsync, or has it ignored, or cups is off already; commands fail, a
+# call is in progress, the configuration is broken, the program ends without an answer, or nobody answers.
+add_differing_machines() {
+    local lock
     add_machines differing plain missing off ignored failing held broken silent
     echo "$gone" >>"$place/differing"
     rm "$place/machines/missing/etc/xinetd.d/rsync"
@@ -384,6 +389,13 @@ echo '{"reply":"item","code":"0x80000000","ids":[3],"names":["cups"]}'
 printf '{"reply":"fi'
 END
     chmod +x "$place/machines/silent/bin/optimize_host"
+}
+
+# Machines that differ, and handlers.
+test_group() {
+    local first failures
+    local changed='changed=1 failed=0 handler All assertions passed'
+    add_differing_machines
     failures='held changed=0 failed=1 *conf.xml.lock: another call has not ended; * holds the lock
 broken changed=0 failed=1 *conf.xml:2: cannot parse: *
 silent changed=1 failed=1 handler optimize_host ended with status 0
