@@ -249,8 +249,8 @@ TEST_F(SystemdTest, CopesWithWhatHappensInBetween)
         {"off tunnel.service; mv $R/tunnel.service $R/tunnel.service.pending", " tunnel=2 ",
          "[ -e $R/tunnel.service.pending ]; on trim.timer"},
         {"off tunnel.service; rm -r $E/network.target.requires", " tunnel= ", "on tunnel.service"},
-        {"off tunnel.service; touch $L",
-         " tunnel= ", "on tunnel.service; [ -f $L ]; rm $L; on tunnel.service"},
+        {"off tunnel.service; ln $R/lock $L",
+         " tunnel= ", "on tunnel.service; [ ! -h $L ]; rm $L; on tunnel.service"},
         {"off tunnel.service; echo ../x.service /y >>$R/tunnel.service", " tunnel= ",
          "!on tunnel.service; head -n1 $R/tunnel.service >y; mv y $R/tunnel.service; on "
          "tunnel.service"},
