@@ -247,7 +247,8 @@ TEST_F(SystemdTest, CopesWithWhatHappensInBetween)
         {"off tunnel.service; ln -s /dev/null $E/tunnel.service",
          " trim.timer=2345 virtlog=", "rm $E/tunnel.service; on tunnel.service"},
         {"off tunnel.service; mv $R/tunnel.service $R/tunnel.service.pending", " tunnel=2 ",
-         "[ -e $R/tunnel.service.pending ]; on trim.timer"},
+         "[ -e $R/tunnel.service.pending ]; off trim.timer; [ ! -e $R/tunnel.service.pending ]; on "
+         "trim.timer"},
         {"off tunnel.service; rm -r $E/network.target.requires", " tunnel= ", "on tunnel.service"},
         {"off tunnel.service; ln $R/lock $L",
          " tunnel= ", "on tunnel.service; [ ! -h $L ]; rm $L; on tunnel.service"},
