@@ -71,8 +71,11 @@ def hold(name):
 
 
 def release(name):
-    """Waits for the command that switches a held service, and lets it go on when it is closed."""
-    return open(MACHINE / f"bin/hold-{name}", "w")
+    """Waits for the command that switches a held service, and lets it go on when this is closed."""
+    pipe = MACHINE / f"bin/hold-{name}"
+    writer = open(pipe, "w")
+    pipe.unlink()  # the next command does not wait
+    return writer
 
 
 class Page:
@@ -178,7 +181,7 @@ def test_ignore_and_counts(page):
 def test_one_failure_of_four(page):
     (MACHINE / "bin/fail-atd").touch()
     page.press("off", "cups", "atd", "postfix", "rsync")
-    page.shows("#result", "3 services are switched off.\n1 call failed:\natd: command failed; it is still on")
+    page.shows("#result", "3 services are switched off.\nTrouble with 1 service:\natd: command failed; it is still on")
     assert page.state("atd") == "On" and page.box("atd").is_selected()
     page.shoot("failure")
     page.press("undo")
@@ -188,7 +191,7 @@ def test_one_failure_of_four(page):
 def test_program_cannot_start(page):
     LINK.rename(PLACE / "away")
     page.press("off", "cups", "atd")
-    page.shows("#result", f"1 service was not begun.\n1 call failed:\natd: {LINK} is not there")
+    page.shows("#result", f"1 service was not begun.\nTrouble with 1 service:\natd: {LINK} is not there")
     (PLACE / "away").rename(LINK)
 
 
@@ -199,7 +202,7 @@ def test_killed(page):
         for exe in pathlib.Path("/proc").glob("[0-9]*/exe"):
             if os.path.realpath(exe) == str(PROGRAM) and str(MACHINE) in (exe.parent / "cmdline").read_text():
                 os.kill(int(exe.parent.name), signal.SIGKILL)
-    page.shows("#result", "2 services are switched off.\n1 call failed:\natd: ")
+    page.shows("#result", "2 services are switched off.\nTrouble with 1 service:\natd: ")
     page.shows("#result", "; found afterwards: Switched off")
 
 
@@ -221,6 +224,19 @@ def test_stop(page):
         page.has_focus(page.find("#progress"))
         page.press("stop")
     page.shows("#result", "1 service is switched off.\n2 services were not begun.")
+
+
+def test_many(page):
+    (MACHINE / "bin/fail-atd").touch()
+    hold("postfix")
+    page.find("#all").click()
+    page.press("off")
+    with release("postfix"):
+        page.shows("#progress", "Switching off postfix, sendmail, nfslock, autofs, kdump")
+        page.press("stop")
+    page.shows("#result", "9 services are switched off.\n6 services were not begun.\nTrouble with 1 service:\natd: ")
+    page.press("undo")
+    page.shows("#result", "9 services are on again.")
 
 
 def test_file_during_own_call(page):
@@ -341,7 +357,7 @@ def test_translations(_):
     label = json.loads(texts["manifest.json"])["menu"]["index"]["label"]
     used = {label, *re.findall(r'\b(?:_|plural)\("([^"]*)"', code),
             *re.findall(r"<[^>]* translate>([^<]*)<", texts["index.html"]),
-            *re.findall(r'aria-label="([^"]*)"(?=[^>]* translate=)', texts["index.html"])}
+            *re.findall(r'(?:aria-label|placeholder)="([^"]*)"(?=[^>]* translate=)', texts["index.html"])}
     keys = set(re.findall(r'^    "(.+?)": \[', texts["po.zh_CN.js"], re.M))
     assert keys == used, f"{keys ^ used}"
     assert f'"{label}": [null' in texts["po.manifest.zh_CN.js"], "the menu has no translation"

@@ -1,4 +1,4 @@
-// What can be done to services, and how it is done: one call for each, so that it can be stopped between two.
+// What can be done to services, and how it is done: in several calls, so that it can be stopped between two.
 import { On, Off, Ignored, stateName } from "./configuration.js";
 import { call } from "./program.js";
 
@@ -36,42 +36,56 @@ export const actions = {
 // The program takes a number for an id.
 const argument = service => /^[0-9]+$/.test(service.name) ? service.id : service.name;
 
-// Lists again after a call that was cut short, and tells what became of its service.
-async function findOut(action, service, answer, look) {
-    const listing = await call(["ls_service"]);
-    const found = (await look()).get(service.name)?.state;
-    if (listing.reason !== null) {
-        return { isDone: false,
-                 text: cockpit.format(_("$0; what it did is not known: $1"), answer.reason, listing.reason) };
+// How many services one call takes. Each call lists twice, which is slow where systemd runs.
+const sizeOfGroup = count => count > 5 ? 5 : 1;
+
+const namesOf = services => services.map(service => service.name);
+
+// What an answer says about the services of its call: which were changed, and the failures.
+function judge(group, answer) {
+    const done = new Set(answer.items.flatMap(item => item.names ?? []));
+    const refused = new Map(answer.end?.not_handled?.map(each => [each.name ?? `${each.id}`, each.message]));
+    const failures = [...refused].map(([name, text]) => ({ names: [name], text }));
+    if (answer.reason !== null && failures.length === 0) {
+        failures.push({ names: namesOf(group).filter(name => !done.has(name)), text: answer.reason });
     }
-    return { isDone: found === action.to && service.state !== action.to,
-             text: cockpit.format(_("$0; found afterwards: $1"), answer.reason, stateName(found)) };
+    return { changed: group.filter(service => done.has(service.name)), failures };
 }
 
-// Does an action to services, one after the other. `watcher` has `look`, which reads the configuration anew
-// and gives its services, `show(service, position)`, `onWait`, and `isStopped`. Gives the services that were
-// changed, the failures with their texts, and how many services were not begun.
+// The same for a call that was cut short: lists again, and tells what became of its services.
+async function findOut(action, group, answer, look) {
+    const listing = await call(["ls_service"]);
+    const found = await look();
+    if (listing.reason !== null) {
+        const text = cockpit.format(_("$0; what it did is not known: $1"), answer.reason, listing.reason);
+        return { changed: [], failures: [{ names: namesOf(group), text }] };
+    }
+    const stateOf = service => found.get(service.name)?.state;
+    const textOf = service =>
+        cockpit.format(_("$0; found afterwards: $1"), answer.reason, stateName(stateOf(service)));
+    return {
+        changed: group.filter(service => stateOf(service) === action.to && service.state !== action.to),
+        failures: group.map(service => ({ names: [service.name], text: textOf(service) })),
+    };
+}
+
+// Does an action to services. `watcher` has `look`, which reads the configuration anew and gives its
+// services, `show(group, position)`, `onWait`, and `isStopped`. Gives the services that were changed, the
+// failures with names and text, and how many services were not begun.
 export async function run(action, services, watcher) {
     const result = { changed: [], failures: [], left: 0 };
-    for (const [position, service] of services.entries()) {
-        if (watcher.isStopped()) {
-            result.left = services.length - position;
-            break;
-        }
-        watcher.show(service, position);
-        const answer = await call([...action.words, "--", argument(service)], watcher.onWait);
-        let isDone = answer.items.some(item => item.names?.includes(service.name));
-        if (answer.isCut) {
-            const outcome = await findOut(action, service, answer, watcher.look);
-            isDone = outcome.isDone;
-            result.failures.push({ service, text: outcome.text });
-        } else {
-            await watcher.look();
-            if (answer.reason !== null) result.failures.push({ service, text: answer.reason });
-        }
-        if (isDone) result.changed.push(service);
-        if (!answer.isPossible) {
-            result.left = services.length - position - 1;
+    const size = sizeOfGroup(services.length);
+    for (let position = 0; position < services.length; position += size) {
+        const group = services.slice(position, position + size);
+        watcher.show(group, position);
+        const answer = await call([...action.words, "--", ...group.map(argument)], watcher.onWait);
+        const outcome = answer.isCut ? await findOut(action, group, answer, watcher.look)
+            : judge(group, answer);
+        await watcher.look();
+        result.changed.push(...outcome.changed);
+        result.failures.push(...outcome.failures);
+        if (watcher.isStopped() || !answer.isPossible) {
+            result.left = Math.max(0, services.length - position - size);
             break;
         }
     }
@@ -81,8 +95,9 @@ export async function run(action, services, watcher) {
 // The lines that tell a result; the failures follow the last one.
 export function describe(action, { changed, failures, left }) {
     const lines = [];
+    const failed = failures.flatMap(failure => failure.names).length;
     if (changed.length > 0) lines.push(action.done(changed.length));
     if (left > 0) lines.push(plural("$0 service was not begun.", "$0 services were not begun.", left));
-    if (failures.length > 0) lines.push(plural("$0 call failed:", "$0 calls failed:", failures.length));
+    if (failed > 0) lines.push(plural("Trouble with $0 service:", "Trouble with $0 services:", failed));
     return lines.length > 0 ? lines : [_("It was so already. Nothing was changed.")];
 }

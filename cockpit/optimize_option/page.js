@@ -119,6 +119,7 @@ function showProgress(text, position, total) {
     const bar = document.querySelector("progress");
     if (total) [bar.max, bar.value] = [total, position];
     else bar.removeAttribute("value");
+    element("progress").classList.toggle("floating", !total); // moves nothing that may be clicked
     element("stop").hidden = !(total > 1); // it acts between two calls
     element("progress").hidden = false;
 }
@@ -145,10 +146,10 @@ async function whileBusy(isFollowed, work) {
 
 function showResult(texts, failures, isFailure) {
     const list = document.createElement("ul");
-    for (const { service, text } of failures) {
+    for (const { names, text } of failures) {
         const item = document.createElement("li");
         const name = document.createElement("bdi");
-        name.textContent = service.name;
+        name.textContent = names.join(", ");
         item.append(name, ": ", text);
         list.append(item);
     }
@@ -179,8 +180,8 @@ function list(isFollowed) {
 
 function act(action, names) {
     const chosen = names.map(name => services.get(name)).filter(each => each && action.from(each));
-    const started = (service, position) =>
-        showProgress(cockpit.format(action.running, service.name), position, chosen.length);
+    const started = (group, position) => showProgress(
+        cockpit.format(action.running, group.map(each => each.name).join(", ")), position, chosen.length);
     showProgress("", 0, chosen.length);
     isStopped = element("stop").disabled = false;
     element("result").hidden = true;
@@ -216,7 +217,7 @@ function start() {
     onClick("stop", () => {
         isStopped = true;
         element("stop").disabled = true;
-        setText(element("progress-text"), _("Stopping after this service"));
+        setText(element("progress-text"), _("Stopping after this call"));
         element("progress").focus();
     });
     onClick("undo", () => undo());

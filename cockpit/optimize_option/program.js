@@ -24,10 +24,8 @@ function read(output) {
     return answer;
 }
 
-// Why a call failed, for people. Its own reasons come first, then what is known from outside.
+// Why a call failed, for people. What it says itself comes first, then what is known from outside.
 function reason(answer, failure) {
-    const refused = new Set(answer.end?.not_handled?.map(each => each.message)); // one for each entry
-    if (refused.size > 0) return [...refused].join("; ");
     if (answer.end?.error) return answer.end.error;
     if (answer.messages.length > 0) return answer.messages.join("; ");
     if (failure.problem === "not-found") return cockpit.format(_("$0 is not there"), program);
