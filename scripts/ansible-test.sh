@@ -431,7 +431,7 @@ test_bare() {
         return
     fi
     add_machines alike one
-    mkdir "$place"/{remote,sbin}
+    mkdir -p "$place"/{remote,sbin} # other tests make the first one, too
     printf '#!/bin/sh\nexec "%s" "$@"\n' "$place/machines/one/bin/chkconfig" >"$place/sbin/chkconfig"
     chmod +x "$place/sbin/chkconfig"
     sed -i "s|^PATH=.*|PATH='$PWD/build/release/bin:/usr/bin:/bin'|" "$place/machines/one.shell"
