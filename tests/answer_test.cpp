@@ -4,6 +4,7 @@
 #include "tests/workspace.h"
 #include "transaction/answer.h"
 
+#include <csignal>
 #include <fcntl.h>
 #include <future>
 #include <sys/file.h>
@@ -115,6 +116,10 @@ TEST_F(AnswerTest, AnswersAsTheModuleButForgetsNothing)
     reset();
     const std::string listing = call(guarded, "ls_service"); // the descriptions, too
     EXPECT_EQ(listing, call(module.interface(), "ls_service"));
+    std::signal(SIGCHLD, SIG_IGN);
+    EXPECT_EQ(call(guarded, "ls_service"), "failure");
+    std::signal(SIGCHLD, SIG_DFL);
+    EXPECT_THAT(guarded.m_said, HasSubstr("SIGCHLD is ignored"));
     const auto block = host::make_call_block(to_call("optimize_service 3"));
     const std::string request(reinterpret_cast<const char*>(block->data()), block->size());
     ec::EC result = 0; // of a call block with an extension
