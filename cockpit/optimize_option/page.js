@@ -203,16 +203,17 @@ function onClick(id, work) {
     element(id).addEventListener("click", work);
 }
 
-function start() {
-    cockpit.translate();
-    document.documentElement.lang = cockpit.language.replace("_", "-");
+function makeButtons() {
     for (const [id, action] of Object.entries(actions)) {
         const button = document.createElement("button");
         button.id = id;
         button.type = "button";
-        button.addEventListener("click", () => act(action, ticked().names));
         element("tools").append(button);
+        onClick(id, () => act(action, ticked().names));
     }
+}
+
+function listenToPerson() {
     onClick("refresh", () => !isBusy && permission.allowed && list(true));
     onClick("stop", () => {
         isStopped = true;
@@ -234,6 +235,9 @@ function start() {
         filterRows(element("filter").value);
         showControls();
     });
+}
+
+function listenToMachine() {
     file.watch((text, tag, error) => {
         latest = { text, error };
         if (!isBusy) show();
@@ -258,4 +262,8 @@ function listOnce() {
     list(false);
 }
 
-start();
+cockpit.translate();
+document.documentElement.lang = cockpit.language.replace("_", "-");
+makeButtons();
+listenToPerson();
+listenToMachine();
