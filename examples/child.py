@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Keeps optimize_host as a child and makes calls through it: child.py lists the services that are on.
+"""Keeps optimize_host as a child and makes calls through it. Run by itself, lists what is on.
 
 A program that need not load the module copies the class and nothing else: optimize_host waits for
 other calls, records and verifies, and a call that has begun is carried to its end.
@@ -18,10 +18,10 @@ class OptimizeHost:
             encoding="utf-8")
 
     def call(self, *words):
-        """Makes a call, such as call("optimize_service", "cups", 30). Returns its replies, which
-        json.md describes. The last one is "final" or, if the call was not made,
-        "none"; "error" in it says why the call failed, "not_handled" what was not done. Raises EOFError or
-        OSError if the program has ended."""
+        """Makes a call, such as call("optimize_service", "cups", 30). Returns its replies, as json.md
+        describes them. The last one is "final" or, if the call was not made, "none"; "error" in it
+        says why the call failed, "not_handled" what was not done. Raises EOFError or OSError if the
+        program has ended."""
         line = " ".join(map(str, words))
         if not line.strip() or line.lstrip().startswith("#") or "\n" in line:
             raise ValueError(f"not a call: {line!r}")

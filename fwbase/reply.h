@@ -11,7 +11,7 @@ namespace fwbase
 {
 
 /// The code of the operation in a reply: 0x80000000 for success, 0 for failure. Also 0 if the block
-/// holds no reply.
+/// holds no reply. Throws std::bad_alloc.
 ec::EC reply_code(const IDataBlock& block);
 
 /// The text of this thread's latest CLiteXmlException since the previous call; empty if there was

@@ -207,6 +207,8 @@ test_marks() {
         '{"optimize_names": ["atd", "cups"]}' --check
     optimize 'an unknown service' "* changed=0 failed=1 no service '-h' is configured; *" \
         '{"optimize_names": ["cups", "-h"], "optimize_skip": ["not configured"]}'
+    optimize 'a name that is an option' "* changed=0 failed=1 no service '--all' is configured" \
+        '{"optimize_names": ["--all"], "optimize_state": "restored"}'
     optimize 'no longer ignoring in check mode' '* changed=1 failed=0 would be listed: atd' \
         "{$atd, \"optimize_state\": \"listed\"}" --check --diff
     check_differences 'no longer ignoring in check mode' '-atd: ignored' '+atd: none'
@@ -385,6 +387,7 @@ add_differing_machines() {
     echo '<oops' >"$(configuration_of broken)"
     cat >"$place/machines/silent/bin/optimize_host" <<'END'
 #!/bin/sh
+echo 'optimize_host: a warning' >&2
 echo '{"reply":"item","code":"0x80000000","ids":[3],"names":["cups"]}'
 printf '{"reply":"fi'
 END
@@ -398,7 +401,7 @@ test_group() {
     add_differing_machines
     failures='held changed=0 failed=1 *conf.xml.lock: another call has not ended; * holds the lock
 broken changed=0 failed=1 *conf.xml:2: cannot parse: *
-silent changed=1 failed=1 handler optimize_host ended with status 0
+silent changed=1 failed=1 handler optimize_host: a warning; optimize_host ended with status 0
 gone changed=0 failed=0 unreachable *'
     first=$(contents)
     group 'differing machines in check mode' optimized '[not listed, ignored]' '' "plain $changed

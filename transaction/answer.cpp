@@ -86,21 +86,27 @@ public:
     /// Makes the call and returns the item replies. Throws as Transaction does.
     std::vector<ReplyBlock> run(const std::string& configuration, const Waiting& waiting)
     {
-        Transaction transaction(
-            configuration,
-            [this](const std::string& operation, bool flag, const Ids& ids) {
-                return call(operation, flag, ids);
-            },
-            m_say, waiting);
-        require_commands();
-        if (m_request.operation == "ls_service") {
-            return items(transaction.list());
-        }
-        if (m_request.operation == "ignore_service") {
-            return items(transaction.ignore(m_request.ids, m_request.flag));
-        }
-        return items(
-            transaction.switch_services(m_request.ids, m_request.operation == "restore_service"));
+        const bool lists = m_request.operation == "ls_service";
+        std::vector<Service> services;
+        std::vector<Outcome> outcomes;
+        {
+            Transaction transaction(
+                configuration,
+                [this](const std::string& operation, bool flag, const Ids& ids) {
+                    return call(operation, flag, ids);
+                },
+                m_say, waiting);
+            require_commands();
+            if (lists) {
+                services = transaction.list();
+            } else if (m_request.operation == "ignore_service") {
+                outcomes = transaction.ignore(m_request.ids, m_request.flag);
+            } else {
+                outcomes = transaction.switch_services(m_request.ids,
+                                                       m_request.operation == "restore_service");
+            }
+        } // gives the lock back: telling people may take long
+        return lists ? items(services) : items(outcomes);
     }
 
     /// Whether the module reported success for the requested operation.

@@ -23,14 +23,15 @@ namespace transaction
 /// Returns what call_func returns, 0x840C0000 if there is a reply. A call that was refused, see
 /// Transaction, is answered with the code 0 and without items; `say` tells why. The code is also 0
 /// if the module reports that the operation failed; items are sent even then. Throws std::bad_alloc
-/// if a message cannot be made, and passes on what the host's framework throws; the call may have
-/// switched services then.
+/// if a message cannot be made, std::runtime_error if the framework has no RPC service, and passes
+/// on what the host's framework throws; the call may have switched services then.
 ///
 /// Makes all messages with the RPC service of IFWBase::instance(). While services are listed or
 /// switched, the module is called with a command that is not the host's, and so is the factory's
 /// new_reply. What the client receives is made for `command`.
 ///
-/// Usable on any thread of a process whose working directory holds the configuration, which is
+/// `say` must not throw. Usable on any thread of a process whose working directory holds the
+/// configuration, which is
 /// "./config/system_operation/conf.xml" unless the module is not the real one. Calls wait for one
 /// another. SIGCHLD must not be ignored, and no other thread may wait for all children.
 ec::EC answer(rpc::IIfaceRealize& module, const fwbase::IDataBlock* in, fwbase::IDataBlock*& out,

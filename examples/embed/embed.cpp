@@ -116,9 +116,11 @@ public:
         sigemptyset(&m_all);
         for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
             sigaddset(&m_all, number);
-            std::signal(number, SIG_IGN);
         }
         sigprocmask(SIG_BLOCK, &m_all, nullptr);
+        for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+            std::signal(number, SIG_IGN);
+        }
     }
 
     /// Throws std::runtime_error if one has come.

@@ -5,8 +5,11 @@ __metaclass__ = type
 
 import json
 import os
+import re
 import select
 import threading
+
+from ansible.module_utils.common.text.converters import to_text
 
 OPTIONS = {
     'directory': {'type': 'path', 'default': '/var/lib/optimize_option'},
@@ -53,11 +56,16 @@ def run(module, arguments):
         else:
             calls[-1][1].update(reply)
             calls.append(([], {}))
-    return rc, err, calls
+    return rc, to_text(err), calls
 
 
 def label(service):
     return '%s (%d)' % (service['name'], service['id']) if 'name' in service else 'id %d' % service['id']
+
+
+def failed(final):
+    """Whether a call was not made or has failed."""
+    return final.get('reply') != 'final' or 'error' in final
 
 
 def messages(err, finals):
@@ -65,16 +73,17 @@ def messages(err, finals):
     known = [': %s ' % label(each) for final in finals for kind in ('unchanged', 'not_handled')
              for each in final.get(kind, [])]
     errors = tuple(final['error'] for final in finals if 'error' in final)
-    return [line for line in err.splitlines()
-            if line.startswith('optimize_host: ') and not line.endswith(errors)
+    nothing = ': nothing is switched off or ignored'
+    return [re.sub('^(optimize_host: )standard input:[0-9]+: ', r'\1', line) for line in err.splitlines()
+            if line.startswith('optimize_host: ') and not line.endswith(errors + (nothing,))
             and not any(each in line for each in known)]
 
 
-def reason(rc, finals, warnings):
-    """Why a run failed, in the words of optimize_host."""
+def reason(rc, finals, warnings, skip=()):
+    """Why a run failed, in the words of optimize_host. Services with a reason in `skip` are no failures."""
     for final in finals:
         if 'error' in final:
             return final['error']
     reasons = ['%s not handled: %s' % (label(each), each['message'])
-               for final in finals for each in final.get('not_handled', [])]
-    return '; '.join(reasons or warnings) or 'optimize_host ended with status %d' % rc
+               for final in finals for each in final.get('not_handled', []) if each['reason'] not in skip]
+    return '; '.join(reasons or warnings + ['optimize_host ended with status %d' % rc])

@@ -117,7 +117,8 @@ STATES = ['none', 'optimized', 'ignored']  # by their numbers
 def service_of(item):
     """A service of a listing, with words for people."""
     service = item['services'][0]
-    service['state'] = STATES[service.pop('op')]
+    number = service.pop('op')
+    service['state'] = STATES[number] if number in (0, 1, 2) else 'state %d' % number
     service['description'] = service.pop('desc')
     return service
 
@@ -130,6 +131,7 @@ def main():
     (services, dummy), (record, dummy), (dummy, score), (dummy, count) = calls[:len(OPERATIONS)]
     finals = [final for dummy, final in calls[:len(OPERATIONS)]]
     warnings = optimize_host.messages(err, finals)
+    warnings += [final['error'] for final in finals[2:] if 'error' in final]  # an element may be missing
     result = {
         'services': [service_of(item) for item in services],
         'switched': [{key: item[key] for key in ('name', 'state', 'level', 'since')}
@@ -138,7 +140,7 @@ def main():
         'count': count.get('value'),
         'warnings': warnings,
     }
-    if rc != 0 or not all(final.get('reply') == 'final' for final in finals):
+    if any(optimize_host.failed(final) for final in finals[:2]) or not all(finals):
         module.fail_json(msg=optimize_host.reason(rc, finals, warnings), stderr=err, **result)
     module.exit_json(**result)
 

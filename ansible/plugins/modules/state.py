@@ -128,6 +128,13 @@ EXAMPLES = r'''
 '''
 
 RETURN = r'''
+changed:
+  description:
+    - Whether a service was changed, or would be in check mode.
+    - Also true if a service is in C(not_handled) with C(command failed), C(still on), C(still off) or
+      C(not verified), because its command may have changed something.
+  returned: always
+  type: bool
 handled:
   description: The services that were changed, or would be in check mode.
   returned: if optimize_host was run or the list of names is empty
@@ -175,11 +182,14 @@ STATES = {
 # Reasons for which machines differ. The others are failures.
 REASONS = ['not listed', 'off', 'optimized', 'ignored', 'not configured']
 
+# Reasons after which the machine may have been changed all the same.
+CHANGING = ['command failed', 'still on', 'still off', 'not verified']
+
 
 def is_success(rc, final, skip):
     """Whether each service is in the state or may stay as it is."""
     reasons = set(each['reason'] for each in final.get('not_handled', []))
-    return (final.get('reply') == 'final' and 'error' not in final
+    return (not optimize_host.failed(final)
             and rc == (1 if reasons else 0) and reasons.issubset(skip))
 
 
@@ -194,6 +204,8 @@ def main():
         supports_check_mode=True)
     operation, before, after = STATES[module.params['state']]
     rc, err, items, final = 0, '', [], {'reply': 'final'}
+    if '--all' in module.params['name']:  # which optimize_host would take for an option
+        module.fail_json(msg="no service '--all' is configured")
     if module.params['name']:
         rc, err, calls = optimize_host.run(module, ['--'] + operation + module.params['name'])
         items, final = calls[0]
@@ -203,7 +215,7 @@ def main():
     for kind, state in (('before', before), ('after', after)):
         diff[kind] = ''.join('%s: %s\n' % (each['name'], state) for each in handled)
     result = {
-        'changed': bool(handled),
+        'changed': bool(handled) or any(each['reason'] in CHANGING for each in final.get('not_handled', [])),
         'handled': handled,
         'unchanged': final.get('unchanged', []),
         'not_handled': final.get('not_handled', []),
@@ -212,7 +224,7 @@ def main():
     }
     if is_success(rc, final, module.params['skip']):
         module.exit_json(**result)
-    module.fail_json(msg=optimize_host.reason(rc, [final], result['warnings']), stderr=err, **result)
+    module.fail_json(msg=optimize_host.reason(rc, [final], result['warnings'], module.params['skip']), stderr=err, **result)
 
 
 if __name__ == '__main__':
