@@ -48,7 +48,8 @@ std::string complete_search_path(const char* path, const std::string& units)
     }
     if (!units.empty()) {
         const auto is_systems = [](const fs::path& folder) {
-            const std::string name = folder.string();
+            std::string name = folder.string();
+            name.erase(name.find_last_not_of('/') + 1);
             return name == "/usr/local/sbin" || name == "/usr/sbin" || name == "/sbin" ||
                    name == "/usr/local/bin" || name == "/usr/bin" || name == "/bin";
         };

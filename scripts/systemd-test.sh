@@ -16,22 +16,22 @@ skip() {
     exit 0
 }
 
-if [[ -z ${PLACE-} ]]; then
+if [[ -z ${SYSTEMD_TEST_FOLDER-} ]]; then
     source scripts/dependencies.sh
     [[ $EUID -eq 0 ]] || skip "a container needs root's rights"
     (need container) || true
     command -v systemd-nspawn >/dev/null || skip 'there is no systemd-nspawn'
     unshare -m true 2>/dev/null || skip 'a mount namespace cannot be made'
-    PLACE=$(mktemp -d)
+    SYSTEMD_TEST_FOLDER=$(mktemp -d)
     status=0
-    PLACE=$PLACE unshare -m "$0" "$kills" "$seed" || status=$?
-    rm -rf "$PLACE"
+    SYSTEMD_TEST_FOLDER=$SYSTEMD_TEST_FOLDER unshare -m "$0" "$kills" "$seed" || status=$?
+    rm -rf "$SYSTEMD_TEST_FOLDER"
     exit $status
 fi
 
 container='' # the process of systemd-nspawn
 leader=''    # that of systemd in it
-log=$PLACE/log
+log=$SYSTEMD_TEST_FOLDER/log
 trap '[[ -z $container ]] || kill -KILL $leader $container 2>/dev/null' EXIT
 
 die() {
@@ -40,11 +40,11 @@ die() {
     exit 1
 }
 
-mkdir "$PLACE/mnt"
-mount -t tmpfs systemd_test "$PLACE/mnt" 2>"$log" || skip 'a file system cannot be mounted'
-mkdir "$PLACE"/mnt/{upper,work,root}
-root=$PLACE/mnt/root
-mount -t overlay overlay -o "lowerdir=/,upperdir=$PLACE/mnt/upper,workdir=$PLACE/mnt/work" "$root" \
+mkdir "$SYSTEMD_TEST_FOLDER/mnt"
+mount -t tmpfs systemd_test "$SYSTEMD_TEST_FOLDER/mnt" 2>"$log" || skip 'a file system cannot be mounted'
+mkdir "$SYSTEMD_TEST_FOLDER"/mnt/{upper,work,root}
+root=$SYSTEMD_TEST_FOLDER/mnt/root
+mount -t overlay overlay -o "lowerdir=/,upperdir=$SYSTEMD_TEST_FOLDER/mnt/upper,workdir=$SYSTEMD_TEST_FOLDER/mnt/work" "$root" \
     2>"$log" || skip 'an overlay cannot be mounted'
 
 # The machine: a target that is booted, and services in it. No unit of this machine is enabled there.
@@ -140,6 +140,7 @@ boot || skip "no systemd boots in a container here: $(tail -n 1 "$log")"
 check_services active 'after the first boot'
 switch optimize
 check_services active 'switched off, but not stopped'
+inside journalctl --sync
 [[ $(inside journalctl -t optimize_host -o cat) == *'optimize-plain switched off, was on in 2345'* ]] ||
     die 'the journal does not say what was switched'
 host --no-units ls_service >"$log" 2>&1 && die 'units are switched in spite of --no-units'

@@ -40,11 +40,11 @@ void add_unit_files(Levels& units, const fs::path& root, const Tree& tree)
         if (!is_unit_name(unit) || !tree.has(unit) || !tree.alias_target(unit).empty()) {
             continue;
         }
-        // To systemctl, a link to /dev/null in another unit's folder enables the unit as well.
-        if (state == "enabled" || (state == "indirect" && ends_with(unit, ".service"))) {
+        // The links decide: to systemctl, a link to /dev/null in another unit's folder enables the
+        // unit as well, and one of another name does not.
+        if (state == "enabled" || state == "disabled" ||
+            (state == "indirect" && ends_with(unit, ".service"))) {
             units[unit] = tree.own_links_of(unit).empty() ? off : on;
-        } else if (state == "disabled") {
-            units[unit] = off;
         }
     }
 }
@@ -65,7 +65,7 @@ void add_instances(Levels& units, const Tree& tree)
 void add_recorded(Levels& units, const fs::path& root, const Tree& tree)
 {
     for (const auto& [unit, is_pending] : recorded_units(root)) {
-        if (!tree.has(unit) || tree.is_masked(unit)) {
+        if (!tree.has_file(unit) || tree.is_masked(unit)) {
             continue;
         }
         if (is_pending) {

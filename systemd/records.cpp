@@ -23,12 +23,15 @@ namespace
 
 constexpr const char* records_folder = "var/lib/optimize_option/links";
 
-void make_folder(const fs::path& folder)
+/// A folder that is there may have been made by a call that was killed before it flushed it.
+void make_folder(const fs::path& folder, bool is_first_use)
 {
-    if (mkdirat(AT_FDCWD, folder.c_str(), 0755) == 0) {
-        flush_folder(folder.parent_path());
-    } else if (errno != EEXIST) {
+    const bool is_made = mkdirat(AT_FDCWD, folder.c_str(), 0755) == 0;
+    if (!is_made && errno != EEXIST) {
         fail(folder.string() + ": cannot make");
+    }
+    if (is_made || is_first_use) {
+        flush_folder(folder.parent_path());
     }
 }
 
@@ -104,9 +107,10 @@ void flush_folder(const fs::path& folder)
 
 Records::Records(const fs::path& root) : m_folder(root / records_folder)
 {
-    make_folder(m_folder.parent_path());
-    make_folder(m_folder);
     const fs::path path = m_folder / "lock";
+    const bool is_first_use = access(path.c_str(), F_OK) != 0;
+    make_folder(m_folder.parent_path(), is_first_use);
+    make_folder(m_folder, is_first_use);
     m_lock = fwbase::Descriptor(
         open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     while (!m_lock.is_open() || flock(m_lock.get(), LOCK_EX) != 0) {
@@ -114,6 +118,11 @@ Records::Records(const fs::path& root) : m_folder(root / records_folder)
             fail(path.string() + ": cannot lock");
         }
     }
+}
+
+bool Records::has(const std::string& name) const
+{
+    return access((m_folder / name).c_str(), F_OK) == 0;
 }
 
 Links Records::read(const std::string& name) const

@@ -36,6 +36,8 @@ public:
     /// Makes the folder if it is missing, and waits for the lock.
     explicit Records(const std::filesystem::path& root);
 
+    /// Whether there is a record of that name.
+    bool has(const std::string& name) const;
     /// The links in a record. One that is missing or damaged is refused.
     Links read(const std::string& name) const;
     /// Writes a record and flushes it and its name.

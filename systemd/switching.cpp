@@ -5,6 +5,7 @@
 #include "systemd/tree.h"
 #include "systemd/unit_name.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <iostream>
@@ -68,6 +69,17 @@ void put_back(const fs::path& root, const Links& links)
         }
     }
     flush_folders_of(root, links);
+}
+
+Links united(Links links, const Links& others)
+{
+    for (const Link& link : others) {
+        const auto is_same = [&link](const Link& each) { return each.path == link.path; };
+        if (std::none_of(links.begin(), links.end(), is_same)) {
+            links.push_back(link);
+        }
+    }
+    return links;
 }
 
 /// Tells systemd that links have changed, if it runs on this root.
@@ -140,7 +152,13 @@ void switch_off(const fs::path& root, const std::string& unit)
         records.write(pending(unit), links);
         remove_links(root, links);
         reload(root);
-        records.rename(pending(unit), unit);
+        if (tree.is_indirect(unit) && records.has(unit)) {
+            // Switched on again only in part, by one of the units in Also=.
+            records.write(unit, united(records.read(unit), links));
+            records.remove(pending(unit));
+        } else {
+            records.rename(pending(unit), unit);
+        }
     } catch (const std::exception&) {
         put_back(root, links);
         records.remove(pending(unit));
@@ -154,15 +172,22 @@ void switch_on(const fs::path& root, const std::string& unit)
     const Records records(root);
     settle(root, records);
     const Tree tree(root);
-    if (!tree.own_links_of(unit).empty()) {
+    // An indirect unit can be on in part.
+    if (!tree.own_links_of(unit).empty() && !(tree.is_indirect(unit) && records.has(unit))) {
         records.remove(unit);
         return;
     }
     Links links;
     for (const auto& [other, is_pending] : recorded_units(root)) {
-        const Links recorded = records.read(other);
-        const Links own = other == unit ? recorded : tree.own_links_in(recorded, unit);
-        links.insert(links.end(), own.begin(), own.end());
+        if (other == unit) {
+            links = united(links, records.read(unit));
+            continue;
+        }
+        try {
+            links = united(links, tree.own_links_in(records.read(other), unit));
+        } catch (const std::runtime_error& error) {
+            say(error.what()); // another unit's damaged record is no reason to stop
+        }
     }
     if (links.empty()) {
         enable(root, unit);

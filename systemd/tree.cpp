@@ -25,10 +25,22 @@ fs::directory_iterator entries(const fs::path& folder)
 {
     std::error_code error;
     fs::directory_iterator all(folder, error);
-    if (error && error != std::errc::no_such_file_or_directory) {
+    if (error && error != std::errc::no_such_file_or_directory &&
+        error != std::errc::not_a_directory) {
         throw fs::filesystem_error("cannot read", folder, error);
     }
     return all;
+}
+
+/// The target of a link. Empty if somebody else has removed the link meanwhile.
+std::string read_link(const fs::path& path)
+{
+    std::error_code error;
+    const fs::path target = fs::read_symlink(path, error);
+    if (error && error != std::errc::no_such_file_or_directory) {
+        throw fs::filesystem_error("cannot read", path, error);
+    }
+    return target;
 }
 
 /// Adds the names that are links to one of them.
@@ -93,9 +105,9 @@ void Tree::read_units(const fs::path& folder)
 {
     for (const fs::directory_entry& entry : entries(folder)) {
         const std::string name = entry.path().filename();
-        if (has_suffix(name)) {
-            m_targets.emplace(name, entry.is_symlink() ? fs::read_symlink(entry).filename().string()
-                                                       : name);
+        const std::string target = entry.is_symlink() ? base_name(read_link(entry)) : name;
+        if (has_suffix(name) && !target.empty()) {
+            m_targets.emplace(name, target);
         }
     }
 }
@@ -111,9 +123,9 @@ void Tree::read_links(const std::string& subfolder)
             }
             continue;
         }
-        const std::string target = fs::read_symlink(entry);
+        const std::string target = read_link(entry);
         const bool is_linked_file = subfolder.empty() && base_name(target) == name;
-        if (has_suffix(name) && target != "/dev/null" && !is_linked_file) {
+        if (has_suffix(name) && !target.empty() && target != "/dev/null" && !is_linked_file) {
             m_links.push_back({subfolder.empty() ? name : subfolder + "/" + name, target});
         }
     }
@@ -134,7 +146,8 @@ std::string Tree::target_of(const std::string& unit) const
 std::string Tree::alias_target(const std::string& unit) const
 {
     const std::string target = target_of(unit);
-    return target == entry_of(unit) || target == "null" ? "" : target;
+    const bool is_own = target == entry_of(unit) || target == template_of(unit);
+    return is_own || target == "null" ? "" : target;
 }
 
 Names Tree::names() const
@@ -153,13 +166,23 @@ Links Tree::links_of(const std::string& unit) const
 
 Links Tree::own_links_of(const std::string& unit) const
 {
-    return is_masked(unit) ? Links() : own_links_in(m_links, unit);
+    if (is_masked(unit)) {
+        return {};
+    }
+    Names names = {unit};
+    add_aliases(names, m_targets);
+    const Links direct = links_to(names, m_links);
+    return direct.empty() && is_indirect(unit) ? links_of(unit) : direct;
+}
+
+bool Tree::is_indirect(const std::string& unit) const
+{
+    return ends_with(unit, ".service") && !install_of(unit).makes_links;
 }
 
 Links Tree::own_links_in(const Links& links, const std::string& unit) const
 {
-    const bool is_indirect = ends_with(unit, ".service") && !install_of(unit).makes_links;
-    Names names = is_indirect ? with_also(unit) : Names{unit};
+    Names names = is_indirect(unit) ? with_also(unit) : Names{unit};
     std::map<std::string, std::string> targets = m_targets;
     for (const Link& link : links) {
         if (link.path == base_name(link.path)) {
@@ -197,16 +220,25 @@ fs::path Tree::file_of(const std::string& unit) const
     return {};
 }
 
-/// The unit's file and its drop-ins.
+/// The unit's file and its drop-ins. Of drop-ins of one name, that of the first folder counts.
 std::vector<fs::path> Tree::files_of(const std::string& unit) const
 {
-    std::vector<fs::path> files = {file_of(unit)};
+    std::map<std::string, fs::path> drop_ins;
     for (const char* const folder : unit_folders) {
         for (const std::string& name : {unit, template_of(unit)}) {
+            if (name.empty()) {
+                continue; // no instance
+            }
             for (const fs::directory_entry& entry : entries(m_root / folder / (name + ".d"))) {
-                files.push_back(resolve(entry.path()));
+                if (entry.path().extension() == ".conf") {
+                    drop_ins.emplace(entry.path().filename(), resolve(entry.path()));
+                }
             }
         }
+    }
+    std::vector<fs::path> files = {file_of(unit)};
+    for (const auto& [name, file] : drop_ins) {
+        files.push_back(file);
     }
     return files;
 }
@@ -246,7 +278,8 @@ Names Tree::with_also(const std::string& unit) const
         for (const std::string& name : Names(names)) {
             for (const std::string& also : install_of(name).also) {
                 if (!is_masked(also)) {
-                    names.insert(also);
+                    const std::string target = alias_target(also);
+                    names.insert(target.empty() ? also : target);
                 }
             }
         }

@@ -48,9 +48,11 @@ public:
     /// Those that belong to the unit, to its aliases, and to the units that its [Install] section
     /// names in Also=, and so on. Links to /dev/null and linked unit files do not count.
     Links links_of(const std::string& unit) const;
-    /// Those that make the unit itself enabled. A service with nothing but Also= in [Install] is
-    /// enabled by the links of these units, a masked one by none.
+    /// Those that make the unit itself enabled. An indirect one without links of its own is enabled
+    /// by the links of the units in Also=, a masked one by none.
     Links own_links_of(const std::string& unit) const;
+    /// Whether it is a service with nothing but Also= in [Install].
+    bool is_indirect(const std::string& unit) const;
     /// Those of other links that would make the unit enabled.
     Links own_links_in(const Links& links, const std::string& unit) const;
 

@@ -31,8 +31,9 @@ std::string template_of(const std::string& unit)
 {
     const std::size_t at = unit.find('@');
     const std::size_t dot = unit.rfind('.');
-    return at == std::string::npos || dot <= at + 1 ? ""
-                                                    : unit.substr(0, at + 1) + unit.substr(dot);
+    return at == std::string::npos || dot == std::string::npos || dot <= at + 1
+               ? ""
+               : unit.substr(0, at + 1) + unit.substr(dot);
 }
 
 std::string base_name(const std::string& path)

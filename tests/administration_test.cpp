@@ -240,7 +240,7 @@ TEST_F(AdministrationTest, FindsItsTools)
     EXPECT_THAT(host::complete_search_path(":a", ""),
                 testing::MatchesRegex("/.*/[.]:/.*/a:/usr/sbin:/sbin"));
     EXPECT_THAT(host::complete_search_path(nullptr, "/u"), HasSubstr("/u:/usr/bin"));
-    EXPECT_EQ(host::complete_search_path("/a:/bin:/b", "/u"), "/a:/u:/bin:/b:/usr/sbin:/sbin");
+    EXPECT_EQ(host::complete_search_path("/a:/bin/:/b", "/u"), "/a:/u:/bin/:/b:/usr/sbin:/sbin");
     EXPECT_EQ(host::complete_search_path("/a", "/u"), "/a:/u:/usr/sbin:/sbin");
     EXPECT_NO_THROW(host::require_command("chkconfig", "/nowhere:bin"));
     EXPECT_EQ(shell("mkdir folder folder/chkconfig; chmod -x bin/chkconfig"), 0);

@@ -59,11 +59,13 @@ struct SystemdTest : Workspace {
             telnet.socket WantedBy=sockets.target
             tunnel.service RequiredBy=network.target
             by-hand.service Also=masked.service
-            virtlog.service Also=virtlog.socket
+            virtlog.service Also=virtlog.socket virtlog-admin.socket
             virtlog.socket WantedBy=sockets.target
+            virtlog-admin.socket WantedBy=sockets.target
             trim.timer WantedBy=timers.target
             dropped.service
             dropped.service.d/more.conf WantedBy=a.target;Also=trim.timer
+            dropped.service.d/more.conf.old Also=telnet.socket
             dev-disk\x2did.swap WantedBy=a.target
             masked.service WantedBy=a.target
             never.service WantedBy=a.target
@@ -81,7 +83,8 @@ struct SystemdTest : Workspace {
                 /opt/linked.service && $S mask masked && mkdir $E/mine.target.wants &&
                 cd $E/mine.target.wants && U=/usr/lib/systemd/system &&
                 ln -s ../../../..$U/by-hand.service . && ln -s $U/older.service . &&
-                ln -s $U/log.service journal.service && ln -s /dev/null tunnel.service)"),
+                ln -s $U/log.service journal.service &&
+                ln -s $U/virtlog-admin.socket admin.socket && ln -s /dev/null tunnel.service)"),
                   0)
             << read("errors");
         m_before = tree();
@@ -152,7 +155,7 @@ TEST_F(SystemdTest, PutsEverythingBackInAnyOrder)
     EXPECT_EQ(all_on, "by-hand=2345 cups=2345 cups.path=2345 cups.socket=2345 dropped=2345 "
                       "getty@tty1=2345 getty@tty3=2345 linked=2345 log=2345 never= telnet=2345 "
                       "telnet.socket=2345 trim.timer=2345 tunnel=2345 virtlog=2345 "
-                      "virtlog.socket=2345 ");
+                      "virtlog-admin.socket=2345 virtlog.socket=2345 ");
     std::mt19937 random(1);
     for (int round = 0; round < 4; ++round) {
         std::shuffle(units.begin(), units.end(), random);
@@ -242,6 +245,12 @@ TEST_F(SystemdTest, CopesWithWhatHappensInBetween)
          " cups= ", "rm $E/sockets.target.wants/cups.socket; on cups.service"},
         {"off cups.service; on cups.socket; [ ! -h $E/printing.service ]",
          " cups= cups.path= cups.socket=2345 ", "on cups.service"},
+        {"off virtlog.service; on virtlog.socket",
+         " virtlog=2345 virtlog-admin.socket= ", "on virtlog.service"},
+        {"off virtlog.service; on virtlog.socket; off virtlog.service",
+         " virtlog= ", "on virtlog.service"},
+        {"off trim.timer; off tunnel.service; : >$R/trim.timer; on tunnel.service",
+         " trim.timer= ", "rm $R/trim.timer; on trim.timer"},
         {"off tunnel.service; mv $U/tunnel.service x; !on tunnel.service",
          " trim.timer=2345 virtlog=", "mv x $U/tunnel.service; on tunnel.service"},
         {"off tunnel.service; ln -s /dev/null $E/tunnel.service",
@@ -288,7 +297,7 @@ TEST_F(SystemdTest, ListsWhatOldAndNewSystemctlPrint)
     // Releases 219, 239, 245 and 252. Older ones call aliases enabled, and show no generated units.
     constexpr const char* table[] = {
         R"(cups.service            enabled 
-log.service             disabled
+never.service             disabled
 syslog.service          enabled 
 getty@.service          enabled 
 virtlog.service         indirect
@@ -297,18 +306,18 @@ dev-disk\x2did.swap     enabled
 linked.service          linked  
 rc-old.service          disabled)",
         R"(cups.service    enabled
-log.service     disabled
+never.service     disabled
 syslog.service  enabled
 by-hand.service static
 virtlog.service indirect
 tunnel.service  enabled-runtime
 rc-old.service  generated)",
         R"(cups.service    enabled   disabled
-log.service     disabled  enabled
+never.service     disabled  enabled
 virtlog.service indirect  disabled
 rc-old.service  generated enabled)",
         R"(cups.service    enabled   disabled
-log.service     disabled  enabled
+never.service     disabled  enabled
 older.service   alias     -
 virtlog.service indirect  disabled
 rc-old.service  generated -)"};
@@ -320,7 +329,7 @@ rc-old.service  generated -)"};
         write("units", text);
         write("status", "0");
         EXPECT_EQ(listed(fs::absolute("bin/chkconfig")),
-                  "cups=2345 getty@tty1=2345 getty@tty3=2345 log= virtlog=2345 rc-old=3 xinetd= "
+                  "cups=2345 getty@tty1=2345 getty@tty3=2345 never= virtlog=2345 rc-old=3 xinetd= "
                   "rsync:= ")
             << text;
         write("status", "1");
