@@ -30,7 +30,7 @@ CHKCONFIG = MACHINE / "bin/real"
 CONF = MACHINE / "config/system_operation/conf.xml"
 RECORD = pathlib.Path(f"{CONF}.record")
 PROGRAM = pathlib.Path(sys.argv[1]).resolve()
-LINK = PLACE / "optimize_host"
+OURS = PLACE / "optimize_host"
 HOSTILE = "<img/src=x/onerror=document.title='hit'>"
 # Fails for a service with a file fail-NAME, and waits for one with a pipe hold-NAME.
 STAND_IN = """#!/bin/sh
@@ -73,7 +73,8 @@ def hold(name):
 def release(name):
     """Waits for the command that switches a held service, and lets it go on when this is closed."""
     pipe = MACHINE / f"bin/hold-{name}"
-    writer = open(pipe, "w")
+    writer = WebDriverWait(pipe, 20, 0.05, [OSError]).until(
+        lambda _: open(os.open(pipe, os.O_WRONLY | os.O_NONBLOCK), "w"))  # fails until it is read
     pipe.unlink()  # the next command does not wait
     return writer
 
@@ -120,9 +121,10 @@ class Page:
             raise AssertionError(f"{selector} shows '{self.find(selector).text}', not '{text}'") from None
 
     def row(self, name):
-        rows = [row for row in self.all("tbody tr") if row.get_attribute("data-name") == name]
-        assert len(rows) == 1, f"{len(rows)} rows for {name}"
-        return rows[0]
+        row = self.script("return [...document.querySelectorAll('tbody tr')].find("
+                          "row => row.dataset.name === arguments[0])", name)
+        assert row, f"no row for {name}"
+        return row
 
     def box(self, name):
         return self.row(name).find_element(By.CSS_SELECTOR, "input")
@@ -191,10 +193,10 @@ def test_one_failure_of_four(page):
 
 
 def test_program_cannot_start(page):
-    LINK.rename(PLACE / "away")
+    OURS.rename(PLACE / "away")
     page.press("off", "cups", "atd")
-    page.shows("#result", f"1 service was not begun.\nTrouble with 1 service:\natd: {LINK} is not there")
-    (PLACE / "away").rename(LINK)
+    page.shows("#result", f"1 service was not begun.\nTrouble with 1 service:\natd: {OURS} is not there")
+    (PLACE / "away").rename(OURS)
 
 
 def test_killed(page):
@@ -211,10 +213,10 @@ def test_killed(page):
     hold("postfix")
     page.press("off", "postfix")
     with release("postfix"):
-        LINK.rename(PLACE / "away")
+        OURS.rename(PLACE / "away")
         kill()
-    page.shows("#result", f"postfix: ended by the signal KILL; what it did is not known: {LINK} is not there")
-    (PLACE / "away").rename(LINK)
+    page.shows("#result", f"postfix: ended by the signal KILL; what it did is not known: {OURS} is not there")
+    (PLACE / "away").rename(OURS)
 
 
 def test_left_in_mid_call(page):
@@ -223,7 +225,7 @@ def test_left_in_mid_call(page):
     with release("atd"):
         page.browser.get("about:blank")
     page.until(lambda: "atd off 345" in RECORD.read_text())
-    run(LINK, "ls_service")  # waits for whoever may still be at it
+    run(OURS, "ls_service")  # waits for whoever may still be at it
     assert "rsync" not in RECORD.read_text() and "atd off 345" in RECORD.read_text(), RECORD.read_text()
 
 
@@ -268,7 +270,7 @@ def test_file_during_own_call(page):
 
 def test_waiting(page):
     hold("cups")
-    other = subprocess.Popen([LINK, "optimize_service", "cups"], cwd=MACHINE, stdout=-3, stderr=-3)
+    other = subprocess.Popen([OURS, "optimize_service", "cups"], cwd=MACHINE, stdout=-3, stderr=-3)
     with release("cups"):
         page.press("off", "atd")
         page.shows("#progress", "Waiting: another program is changing services")
@@ -282,10 +284,10 @@ def test_change_by_somebody_else(page):
     for old, new in ((0, 3), (3, 0)):  # out of sight and back
         edit(CONF, f'name="cups" op="{old}"', f'name="cups" op="{new}"')
         page.until(lambda: row.is_displayed() == (new == 0))
-    run(LINK, "optimize_service", "cups")
+    run(OURS, "optimize_service", "cups")
     page.shows("tr[data-name=cups] small", "since ")
     run(CHKCONFIG, "--level", "45", "cups", "on")
-    run(LINK, "ls_service")
+    run(OURS, "ls_service")
     page.shows("tr[data-name=cups] small", "only partly: was on in 2 3 4 5")
     assert row == page.row("cups") and box.is_selected(), "the row is another one"
     page.has_focus(box)
@@ -320,7 +322,7 @@ def test_listings(page):
     """The machine is listed on opening and on Refresh, and by nothing else of the page."""
     listings = MACHINE / "bin/listings"
     opened = len(listings.read_text())
-    run(LINK, "ls_service")
+    run(OURS, "ls_service")
     one = len(listings.read_text()) - opened
     page.press("refresh")
     page.until(lambda: page.browser.switch_to.active_element == page.find("#refresh"))
@@ -407,10 +409,11 @@ def give_up(*_):
 
 def main():
     PLACE.chmod(0o755)
-    LINK.symlink_to(PROGRAM)
+    OURS.write_text(f'#!/bin/sh\nexec \'{PROGRAM}\' --no-units "$@"\n')  # never the units of this machine
+    OURS.chmod(0o755)
     shutil.copytree(SOURCE, PLACE / "cockpit/optimize_option")
-    for file, old, new in (("settings.js", "/usr/bin/optimize_host", LINK),
-                           ("manifest.json", "/usr/bin/optimize_host", LINK),
+    for file, old, new in (("settings.js", "/usr/bin/optimize_host", OURS),
+                           ("manifest.json", "/usr/bin/optimize_host", OURS),
                            ("settings.js", "/var/lib/optimize_option", MACHINE)):
         edit(PLACE / "cockpit/optimize_option" / file, old, str(new))
     os.environ.update(HOME=str(PLACE), XDG_CONFIG_HOME=str(PLACE), XDG_DATA_HOME=str(PLACE),
