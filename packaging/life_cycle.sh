@@ -93,7 +93,7 @@ facts=$(stat -c '%a %U:%G %F' "$state" "$state/config" "$conf" | tr '\n' ';')
 
 step=use
 in_root sh -c 'cd / && optimize_host --no-units ls_service' || die 'ls_service failed'
-[[ $(grep -c ' 0 none ' "$log") -eq 14 ]] || die 'the embedded machine is not listed'
+[[ $(grep -c ' 0 none ' "$log") -eq 19 ]] || die 'the embedded machine is not listed'
 in_root sh -c 'cd / && optimize_host --no-units optimize_service cups' ||
     die 'optimize_service failed'
 cp "$conf" "$folder/used"
