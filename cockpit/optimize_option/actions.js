@@ -27,7 +27,7 @@ export const actions = {
     },
     attend: {
         words: ["ignore_service", "off"], from: service => service.state === Ignored, to: On, undo: "ignore",
-        label: _("Stop ignoring"), running: _("Stopping to ignore $0"),
+        label: _("Stop ignoring"), running: _("No longer ignoring $0"),
         done: count => plural("$0 service is no longer ignored.",
                               "$0 services are no longer ignored.", count),
     },
@@ -41,6 +41,16 @@ const sizeOfGroup = count => count > 5 ? 5 : 1;
 
 const namesOf = services => services.map(service => service.name);
 
+// Whether an answer says of each service what became of it. A line of it can be lost: a command that ends
+// without an end of line spoils the next one.
+function isComplete(group, answer) {
+    if (answer.end === null || answer.end.error) return true; // nothing was done
+    const told = [...answer.end.unchanged ?? [], ...answer.end.not_handled ?? []];
+    const names = new Set([...answer.items.flatMap(item => item.names ?? []),
+        ...told.map(each => each.name ?? `${each.id}`)]);
+    return group.every(service => names.has(service.name) || names.has(service.id));
+}
+
 // What an answer says about the services of its call: which were changed, and the failures.
 function judge(group, answer) {
     const done = new Set(answer.items.flatMap(item => item.names ?? []));
@@ -52,17 +62,18 @@ function judge(group, answer) {
     return { changed: group.filter(service => done.has(service.name)), failures };
 }
 
-// The same for a call that was cut short: lists again, and tells what became of its services.
-async function findOut(action, group, answer, look) {
-    const listing = await call(["ls_service"]);
-    const found = await look();
+// The same for a call without a complete answer: lists again, and tells what became of its services.
+async function findOut(action, group, answer, onWait) {
+    const reason = answer.reason ?? _("the answer is not complete");
+    const listing = await call(["ls_service"], onWait);
     if (listing.reason !== null) {
-        const text = cockpit.format(_("$0; what it did is not known: $1"), answer.reason, listing.reason);
+        const text = cockpit.format(_("$0; what it did is not known: $1"), reason, listing.reason);
         return { changed: [], failures: [{ names: namesOf(group), text }] };
     }
-    const stateOf = service => found.get(service.name)?.state;
+    const found = new Map(listing.items.flatMap(item => item.services).map(each => [each.name, each.op]));
+    const stateOf = service => found.get(service.name);
     const textOf = service =>
-        cockpit.format(_("$0; found afterwards: $1"), answer.reason, stateName(stateOf(service)));
+        cockpit.format(_("$0; found afterwards: $1"), reason, stateName(stateOf(service)));
     return {
         changed: group.filter(service => stateOf(service) === action.to && service.state !== action.to),
         failures: group.map(service => ({ names: [service.name], text: textOf(service) })),
@@ -71,16 +82,19 @@ async function findOut(action, group, answer, look) {
 
 // Does an action to services. `watcher` has `look`, which reads the configuration anew and gives its
 // services, `show(group, position)`, `onWait`, and `isStopped`. Gives the services that were changed, the
-// failures with names and text, and how many services were not begun.
+// failures with names and text, how many services were not begun, and whether all changes are its own:
+// during a call without an answer, somebody else may have made them.
 export async function run(action, services, watcher) {
-    const result = { changed: [], failures: [], left: 0 };
+    const result = { changed: [], failures: [], left: 0, areOwn: true };
     const size = sizeOfGroup(services.length);
     for (let position = 0; position < services.length; position += size) {
         const group = services.slice(position, position + size);
         watcher.show(group, position);
         const answer = await call([...action.words, "--", ...group.map(argument)], watcher.onWait);
-        const outcome = answer.isCut ? await findOut(action, group, answer, watcher.look)
-            : judge(group, answer);
+        const isAnswered = !answer.isCut && isComplete(group, answer);
+        result.areOwn = result.areOwn && isAnswered;
+        const outcome = isAnswered ? judge(group, answer)
+            : await findOut(action, group, answer, watcher.onWait);
         await watcher.look();
         result.changed.push(...outcome.changed);
         result.failures.push(...outcome.failures);
@@ -99,5 +113,5 @@ export function describe(action, { changed, failures, left }) {
     if (changed.length > 0) lines.push(action.done(changed.length));
     if (left > 0) lines.push(plural("$0 service was not begun.", "$0 services were not begun.", left));
     if (failed > 0) lines.push(plural("Trouble with $0 service:", "Trouble with $0 services:", failed));
-    return lines.length > 0 ? lines : [_("It was so already. Nothing was changed.")];
+    return lines.length > 0 ? lines : [_("Nothing was changed: all were in that state already.")];
 }

@@ -1,6 +1,6 @@
 // The page: shows the configuration as it changes, and does what the buttons say.
 import { actions, describe, run } from "./actions.js";
-import { On, Off, Ignored, isAvailable, parse } from "./configuration.js";
+import { On, Off, Ignored, isAvailable, parse, stateName } from "./configuration.js";
 import { call } from "./program.js";
 import { filterRows, setText, showRows, shownBoxes, ticked, untick } from "./rows.js";
 import { configuration, record } from "./settings.js";
@@ -44,8 +44,8 @@ function showSummary() {
 
 function showEmpty() {
     const text = services.size > 0 || problem ? ""
-        : permission.allowed === false ? _("Not looked yet: turn on administrative access.")
-            : isListed ? _("This machine has none of the optional services. The page “Services” shows all of them.")
+        : isListed ? _("This machine has none of the optional services. The page “Services” shows all of them.")
+            : permission.allowed === false ? _("Not looked yet: turn on administrative access.")
                 : "";
     setText(element("empty"), text);
     element("empty").hidden = text === "";
@@ -110,8 +110,8 @@ async function look() {
 }
 
 async function readRecord() {
-    const answer = permission.allowed ? await call(["switched"]) : { items: [] };
-    lines = new Map(answer.items.map(line => [line.name, line]));
+    const answer = permission.allowed ? await call(["switched"]) : { items: [], reason: null };
+    if (answer.reason === null) lines = new Map(answer.items.map(line => [line.name, line]));
 }
 
 function showProgress(text, position, total) {
@@ -178,7 +178,8 @@ function list(isFollowed) {
     });
 }
 
-function act(action, names) {
+// The ticked services of other states are left alone; those of an Undo are told.
+function act(action, names, isUndo = false) {
     const chosen = names.map(name => services.get(name)).filter(each => each && action.from(each));
     const started = (group, position) => showProgress(
         cockpit.format(action.running, group.map(each => each.name).join(", ")), position, chosen.length);
@@ -186,14 +187,17 @@ function act(action, names) {
     isStopped = element("stop").disabled = false;
     element("result").hidden = true;
     return whileBusy(true, async () => {
+        const others = names.filter(name => isUndo && !chosen.some(each => each.name === name));
         const result = await run(action, chosen, { look, show: started, onWait, isStopped: () => isStopped });
+        result.failures.push(...others.map(
+            name => ({ names: [name], text: stateName(services.get(name)?.state) })));
         return () => {
             const changed = result.changed.map(service => service.name);
             untick(changed);
             showControls();
             // A service that was partly off cannot be brought back to that.
-            undo = changed.length > 0 && !result.changed.some(service => service.isPartly)
-                ? () => act(actions[action.undo], changed) : null;
+            undo = changed.length > 0 && result.areOwn && !result.changed.some(service => service.isPartly)
+                ? () => act(actions[action.undo], changed, true) : null;
             return showResult(describe(action, result), result.failures, result.failures.length > 0);
         };
     });
@@ -224,7 +228,7 @@ function listenToPerson() {
     onClick("undo", () => undo());
     onClick("close", () => {
         element("result").hidden = true;
-        element("filter").focus();
+        element(services.size > 0 ? "filter" : "refresh").focus();
     });
     onClick("all", () => {
         shownBoxes().forEach(box => { box.checked = element("all").checked; });
@@ -249,8 +253,11 @@ function listenToMachine() {
         await readRecord();
         if (!isBusy) show();
     }, { read: false });
-    permission.addEventListener("changed", () => {
-        if (latest !== null && !isBusy) show();
+    permission.addEventListener("changed", async () => {
+        if (latest !== null && !isBusy) {
+            if (isAsked) await readRecord(); // otherwise the first listing does
+            if (!isBusy) show();
+        }
         listOnce();
     });
 }

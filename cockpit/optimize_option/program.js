@@ -5,6 +5,8 @@ const cockpit = window.cockpit;
 const _ = cockpit.gettext;
 const prefix = "optimize_host: "; // of its own messages; its commands print, too
 
+const isWaiting = message => message.includes(": waiting for ");
+
 // Reads the lines of a call: objects and messages. What a killed program left incomplete is not an object.
 function read(output) {
     const answer = { items: [], end: null, messages: [] };
@@ -27,10 +29,13 @@ function read(output) {
 // Why a call failed, for people. What it says itself comes first, then what is known from outside.
 function reason(answer, failure) {
     if (answer.end?.error) return answer.end.error;
+    if (failure.exit_signal) { // whatever it said before was not the reason
+        return [cockpit.format(_("ended by the signal $0"), failure.exit_signal),
+            ...answer.messages.filter(message => !isWaiting(message))].join("; ");
+    }
     if (answer.messages.length > 0) return answer.messages.join("; ");
     if (failure.problem === "not-found") return cockpit.format(_("$0 is not there"), program);
     if (failure.problem) return cockpit.format(_("cannot run $0: $1"), program, cockpit.message(failure));
-    if (failure.exit_signal) return cockpit.format(_("ended by the signal $0"), failure.exit_signal);
     return cockpit.message(failure);
 }
 
@@ -46,7 +51,7 @@ export async function call(words, onWait = () => {}) {
                                   { superuser: "require", err: "out" });
     process.stream(data => {
         output += data;
-        if (read(output).messages.some(message => message.includes(": waiting for "))) onWait();
+        if (read(output).messages.some(isWaiting)) onWait();
     });
     try {
         await process;
