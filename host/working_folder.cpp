@@ -123,7 +123,9 @@ std::string for_people(std::string reason)
     };
     const bool lacks_rights = is_reason(EACCES) || is_reason(EPERM) ||
                               reason.find("belongs to another user") != std::string::npos;
-    return reason + (lacks_rights && geteuid() != 0 ? "; run as root" : "");
+    const char* const advice = "; run as root";
+    const bool has_advice = reason.find(advice) != std::string::npos;
+    return reason + (lacks_rights && !has_advice && geteuid() != 0 ? advice : "");
 }
 
 } // namespace host

@@ -18,7 +18,7 @@ void enter_working_folder(const std::optional<std::string>& directory);
 std::string missing_configuration();
 
 /// A reason as people need it: it names the configuration by its absolute path, and says so if root
-/// would have had the rights that were missing.
+/// would have had the rights that were missing. May be given its own result.
 std::string for_people(std::string reason);
 
 } // namespace host
