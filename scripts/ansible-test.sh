@@ -35,6 +35,7 @@ add_machine() {
     local machine=$place/machines/$2
     cp -R machine "$machine"
     mv "$machine/bin/chkconfig" "$machine/bin/chkconfig.machine"
+    printf '#!/bin/sh\nexec "%s" --no-units "$@"\n' "$PWD/build/release/bin/optimize_host" >"$machine/bin/optimize_host"
     cat >"$machine/bin/chkconfig" <<'END'
 #!/bin/sh
 machine=${0%/bin/*}
@@ -52,7 +53,7 @@ exec 9>'$machine.running'
 flock -s 9
 exec /bin/sh "\$@"
 END
-    chmod +x "$machine/bin/chkconfig" "$machine.shell"
+    chmod +x "$machine/bin/"{chkconfig,optimize_host} "$machine.shell"
     # Ansible writes the shell into its commands unquoted.
     echo "$2 ansible_connection=local ansible_shell_executable='${machine// /\\ }.shell'" \
         "ansible_python_interpreter='{{ ansible_playbook_python }}' ansible_remote_tmp='$place/remote'" \
