@@ -53,7 +53,7 @@ std::string next_program(const std::string& name, const std::string& self)
     std::istringstream folders(path == nullptr ? "" : path);
     std::string next;
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const std::string file = folder + "/" + name;
+        const std::string file = std::string(folder).append("/").append(name);
         struct stat status = {};
         if (folder[0] != '/' || stat(file.c_str(), &status) != 0) {
             continue;

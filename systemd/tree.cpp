@@ -126,7 +126,7 @@ void Tree::read_links(const std::string& subfolder)
         const std::string target = read_link(entry);
         const bool is_linked_file = subfolder.empty() && base_name(target) == name;
         if (has_suffix(name) && !target.empty() && target != "/dev/null" && !is_linked_file) {
-            m_links.push_back({subfolder.empty() ? name : subfolder + "/" + name, target});
+            m_links.push_back({(fs::path(subfolder) / name).string(), target});
         }
     }
 }
@@ -211,7 +211,7 @@ fs::path Tree::resolve(fs::path path) const
 fs::path Tree::file_of(const std::string& unit) const
 {
     for (const char* const folder : unit_folders) {
-        const fs::path file = resolve(m_root / folder / entry_of(unit));
+        fs::path file = resolve(m_root / folder / entry_of(unit));
         std::error_code error;
         if (fs::exists(file, error) && !fs::is_directory(file, error)) {
             return file;

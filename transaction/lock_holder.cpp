@@ -1,5 +1,6 @@
 #include "transaction/lock_holder.h"
 
+#include <array>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -32,18 +33,21 @@ std::string holder_of(int file)
     const std::string wanted = identity_of(file);
     std::ifstream locks("/proc/locks");
     for (std::string line; std::getline(locks, line);) {
-        std::istringstream fields(line); // "1: FLOCK ADVISORY WRITE 4711 fe:01:1234 0 EOF"
-        std::string number, kind, mode, access, process, identity;
-        fields >> number >> kind >> mode >> access >> process >> identity; // waiting: kind is "->"
-        if (kind != "FLOCK" || identity != wanted) {
+        std::istringstream fields(line);  // "1: FLOCK ADVISORY WRITE 4711 fe:01:1234 0 EOF"
+        std::array<std::string, 6> field; // waiting: the second is "->"
+        for (std::string& each : field) {
+            fields >> each;
+        }
+        const std::string& process = field[4];
+        if (field[1] != "FLOCK" || field[5] != wanted) {
             continue;
         }
         std::string name;
         std::getline(std::ifstream("/proc/" + process + "/comm"), name);
-        return "; " +
-               (name.empty() ? "a command of process " + process + ", which has ended,"
-                             : "process " + process + " (" + name + ")") +
-               " holds the lock";
+        std::string text = name.empty() ? "; a command of process " : "; process ";
+        text += process;
+        text += name.empty() ? ", which has ended," : " (" + name + ")";
+        return text + " holds the lock";
     }
     return "";
 }

@@ -95,7 +95,7 @@ std::string utf8_to_gbk(const std::string& text)
     }
     std::string gbk(2 * text.size(), '\0');      // enough: a byte of UTF-8 is at most two of GBK
     char* from = const_cast<char*>(text.data()); // iconv does not write through it
-    char* to = &gbk[0];
+    char* to = gbk.data();
     std::size_t left = text.size();
     std::size_t room = gbk.size();
     iconv(converter, &from, &left, &to, &room);
@@ -183,7 +183,7 @@ ReplyBlock ReplyMaker::ids(const Ids& ids) const
 ReplyBlock ReplyMaker::service(const Service* service) const
 {
     const Entry entry = service == nullptr ? Entry() : service->entry;
-    const rpc::int32 op = static_cast<rpc::int32>(entry.op);
+    const auto op = static_cast<rpc::int32>(entry.op);
     const std::string desc = utf8_to_gbk(entry.desc);
     owned<rpc::IParams> record;
     std::vector<rpc::IParams*> records;
