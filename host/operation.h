@@ -17,12 +17,12 @@ struct Operation {
     };
     static constexpr int same = -1;
 
-    const char* name;
-    const char* arguments; ///< as in a usage text; with a blank in front, unless empty
-    const char* summary;   ///< a line of --help; null: not shown there
-    Kind kind;
+    const char* name = "";
+    const char* arguments = "";    ///< as in a usage text; with a blank in front, unless empty
+    const char* summary = nullptr; ///< a line of --help; null: not shown there
+    Kind kind = Kind::call;
     /// Whether it may write: then it holds the lock, and signals cannot interrupt it.
-    bool writes;
+    bool writes = true;
     int from = same;               ///< the state, a transaction::Op, that it takes services from
     int to = same;                 ///< and to; ignore_service off goes the other way
     const char* element = nullptr; ///< of the configuration, without which it fails

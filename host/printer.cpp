@@ -220,6 +220,7 @@ private:
     void heading(const std::vector<std::string>& texts) const
     {
         std::vector<Cell> cells;
+        cells.reserve(texts.size());
         for (const std::string& text : texts) {
             cells.push_back({text, style::heading});
         }

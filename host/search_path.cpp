@@ -22,7 +22,7 @@ std::vector<fs::path> split(const std::string& path)
     std::istringstream entries(path + ":");
     std::vector<fs::path> folders;
     for (std::string entry; std::getline(entries, entry, ':');) {
-        folders.push_back(entry.empty() ? "." : entry);
+        folders.emplace_back(entry.empty() ? "." : entry);
     }
     return folders;
 }

@@ -28,7 +28,7 @@ constexpr ec::EC rehearsed_code = 0x80000000;
 std::string failure_of(const std::string& operation)
 {
     const std::string missing = missing_configuration();
-    const std::string reason = missing.empty() ? fwbase::take_last_xml_error() : missing;
+    std::string reason = missing.empty() ? fwbase::take_last_xml_error() : missing;
     if (!reason.empty()) {
         return reason;
     }
