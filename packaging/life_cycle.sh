@@ -2,7 +2,7 @@
 # Installs, uses, upgrades, removes and purges the packages in a throwaway root: an overlay over that of
 # this machine. scripts/package.sh starts it in a mount namespace of its own, as
 #     life_cycle.sh DEB|RPM FOLDER
-# FOLDER holds the packages in this/, and in next/ those of a later version with a changed sample. The exit
+# FOLDER holds the packages in this/, and in next/ those of a later release with a changed sample. The exit
 # status is 77 if the root cannot be made.
 set -euo pipefail
 exec </dev/null
@@ -43,27 +43,33 @@ rpm_in_root() {
     rpm --root "$root" --dbpath /var/lib/life_cycle_rpm "$@" >"$log" 2>&1
 }
 
-# Installs the packages in a folder, or upgrades to them.
+# Installs the packages in a folder, or upgrades to them. Cockpit and Ansible need not be here.
 install() {
     case $kind in
-    DEB) in_root sh -c "dpkg --no-triggers -i /packages/$1/*.deb" ;;
+    DEB) in_root sh -c "dpkg --no-triggers -i /packages/$1/optimize-option*.deb &&
+                        dpkg --no-triggers --force-depends -i /packages/$1/[ac]*.deb" ;;
     RPM) rpm_in_root -U --nodeps "$root/packages/$1"/*.rpm ;;
     esac || die "installing $1 failed"
-    ! grep -qi warning "$log" || die "installing $1 brought a warning"
+    ! grep -qiE 'warning|switched' "$log" || die "installing $1 brought a warning"
 }
 
+# Removes the packages. They must tell the services that stay switched off, if $1 is given.
 remove() {
     case $kind in
-    DEB) in_root dpkg --no-triggers --remove optimize-option optimize-option-dev ;;
-    RPM) rpm_in_root -e optimize-option optimize-option-devel ;;
+    DEB) in_root dpkg --no-triggers --remove "${names[@]}" ;;
+    RPM) rpm_in_root -e "${names[@]}" ;;
     esac || die 'removing failed'
+    local told expected=${1-}
+    told=$(grep -oE 'restore_service --all|^    .*' "$log" | xargs) || true
+    expected+=${expected:+ restore_service --all}
+    [[ $told == "$expected" ]] || die "the removal told '$told'"
     [[ ! -e $root/usr/bin/optimize_host ]] || die 'the program is still there'
 }
 
 # Leaves nothing: an RPM cannot be purged.
 purge() {
     case $kind in
-    DEB) in_root dpkg --no-triggers --purge optimize-option optimize-option-dev || die 'purging failed' ;;
+    DEB) in_root dpkg --no-triggers --purge "${names[@]}" || die 'purging failed' ;;
     RPM) remove && rm -r "$state/config" && rm -r "$state" ;;
     esac
     [[ ! -e $state && ! -L $state ]] || die "left in ${state#"$root"}: $(ls -AR "$state")"
@@ -79,7 +85,9 @@ check_kept() {
     cmp "$folder/record" "$conf.record" || die 'the record has changed'
 }
 
-in_root dpkg --no-triggers --purge optimize-option optimize-option-dev || true
+names=(optimize-option "optimize-option-$([[ $kind == DEB ]] && echo dev || echo devel)"
+    cockpit-optimize-option ansible-collection-optimize-option)
+in_root dpkg --no-triggers --purge "${names[@]}" || true
 rm -rf "$state"
 mkdir -p "$root/var/lib/dpkg"/{info,updates}
 touch "$root/var/lib/dpkg"/{status,available}
@@ -106,10 +114,22 @@ grep -q 'a later sample' "$sample" || die 'the sample is the old one'
 check_kept
 
 step='removal and a new installation'
-remove
+remove 'cups 2345'
 check_kept
 install this
 check_kept
+
+step='purge with a service that is switched off'
+remove 'cups 2345'
+if [[ $kind == DEB ]]; then
+    in_root dpkg --no-triggers --purge "${names[@]}" || die 'purging failed'
+    grep -q "still switched off: .*/conf.xml.record and " "$log" || die 'the record is not mentioned'
+    [[ $(ls "${conf%/*}") == conf.xml.record ]] || die "kept: $(ls "${conf%/*}")"
+fi
+install this
+in_root sh -c 'cd / && optimize_host --no-units restore_service --all' || die 'restore_service failed'
+in_root chkconfig --list cups && grep -q '2:on.*5:on' "$log" || die 'cups is not on'
+in_root sh -c 'cd / && optimize_host --no-units ignore_service on atd' || die 'ignore_service failed'
 
 step='purge after removal'
 remove
@@ -121,7 +141,9 @@ mkdir "$root/srv/elsewhere"
 ln -s ../../srv/elsewhere "$state"
 install this
 check_sample
-[[ -L $state ]] || die 'the link is gone'
+remove
+install this
 install next
+[[ -L $state && -e $conf ]] || die 'the link is gone'
 purge
 [[ -z $(ls -A "$root/srv/elsewhere") ]] || die 'the folder behind the link is not empty'

@@ -23,7 +23,7 @@ packages() {
     apt-get:build) echo g++ cmake make libxml2-dev nlohmann-json3-dev ;;
     apt-get:test) echo libgtest-dev libgmock-dev bsdutils ;;
     apt-get:bench) echo libbenchmark-dev python3 ;;
-    apt-get:package) echo cpio dpkg-dev pkg-config python3 rpm ;;
+    apt-get:package) echo cpio debhelper dpkg-dev file pkg-config python3 rpm ;;
     apt-get:lint) echo lintian rpmlint ;;
     apt-get:ansible | dnf:ansible) echo ansible-core ;;
     apt-get:ansible_lint | dnf:ansible_lint) echo ansible-lint ;;
@@ -42,7 +42,7 @@ packages() {
         ;;
     dnf:test) echo gtest-devel gmock-devel /usr/bin/script ;;
     dnf:bench) echo google-benchmark-devel python3 ;;
-    dnf:package) echo cpio dpkg pkgconf-pkg-config python3 rpm-build ;;
+    dnf:package) echo cpio pkgconf-pkg-config python3 rpm-build ;;
     dnf:lint) echo rpmlint ;;
     dnf:asan) echo libasan libubsan ;;
     dnf:tsan) echo libtsan ;;

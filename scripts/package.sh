@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Builds the DEBs and the RPMs in build/package and checks them: the binaries are hardened, the headers
-# compile, documents point to nothing that is missing, the unpacked program lists the services of the
-# embedded machine, lintian and rpmlint find no error, and packaging/life_cycle.sh installs, upgrades and
-# removes the packages if this machine lets it.
+# Builds the source archive, and from it the DEBs and RPMs with their tests, in build/package, and checks
+# them: the binaries are hardened, the headers compile, documents point to nothing that is missing, the
+# unpacked program lists the services of the embedded machine, lintian and rpmlint find no error, and
+# packaging/life_cycle.sh installs, upgrades and removes the packages if this machine lets it.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 source scripts/dependencies.sh
@@ -12,7 +12,7 @@ die() {
     exit 1
 }
 
-need build package
+need build test package
 (need lint) || true
 build=$PWD/build/package
 machine=$PWD/machine
@@ -21,6 +21,10 @@ machine=$PWD/machine
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
 export OPTIMIZE_HOST_LOG=$place/history # not the log of this machine
+version=$(sed -n 's/^project(.* VERSION \([^ ]*\).*/\1/p' CMakeLists.txt)
+archive=$build/optimize-option-$version.tar.gz
+files=() # the packages of a kind
+tree=''  # and the folder that they were built in
 
 # Checks that packaged binaries are hardened.
 check_hardened() {
@@ -35,7 +39,7 @@ check_hardened() {
         pattern='\(R(UN)?PATH\).*\[([^$]|[$][^O]|.*:)'
         ! grep -E "$pattern" <<<"$facts" || die "${file##*/} looks for libraries elsewhere"
         ! grep -qE ' __[a-z]+_chk@' <<<"$facts" || fortified=true
-        if grep -q '^HAVE_fcf_protection:.*=1$' "$build/CMakeCache.txt"; then
+        if grep -q '^HAVE_fcf_protection:.*=1$' "$tree/CMakeCache.txt"; then
             # The C library's start-up code brings a few of these, too.
             landings=$(objdump -d "$file" | grep -cE '\bendbr(32|64)\b' || true)
             [[ $landings -gt 20 ]] || die "${file##*/} lacks control-flow protection"
@@ -129,13 +133,14 @@ check() {
     local host=$root/usr/bin/optimize_host documents=$root/usr/share/doc/optimize-option
     local conf=usr/share/optimize_option/config/system_operation/conf.xml
     for file in "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so "$root/$conf" \
-        "$root"/usr/share/{man/man1/optimize_host.1.gz,bash-completion/completions/optimize_host} \
+        "$root"/usr/share/{man/man1/optimize_host.1*,bash-completion/completions/optimize_host} \
         "$root/usr/share/ansible/collections/ansible_collections/optimize_option/services/galaxy.yml" \
         "$root"/usr/share/cockpit/optimize_option/{index.html,manifest.json,settings.js} \
-        "$documents"/{copyright,configuration.md,json.md,interface.md}; do
+        "$documents"/{configuration,json,systemd,interface}.md; do
         [[ -e $file ]] || die "${file#"$root/"} is not in a package"
     done
-    [[ ! -e $root/etc && ! -e $root/var ]] || die 'the configuration is in a package'
+    [[ ! -e $root/etc && $(find "$root/var" -mindepth 2) == "$root/var/lib/optimize_option" ]] ||
+        die 'the packages hold more than the empty folder of the configuration'
     while read -r file; do
         check_document "$root" "$file"
     done < <(find "$documents" "$root/usr/share/man" -type f ! -name '*hangelog*' ! -name 'CHANGELOG*')
@@ -173,31 +178,30 @@ check() {
     )
 }
 
-# Checks the files of a kind of package with its checker. Shows warnings; errors fail.
+# Checks the files of a kind of package with its checker. Shows warnings; errors fail, but for the signature
+# of whoever publishes the packages.
 lint() {
     local findings
     if [[ $1 == DEB ]] && command -v lintian >/dev/null; then
         findings=$(lintian --allow-root "${@:2}" 2>&1) || true
     elif [[ $1 == RPM && $(rpmlint --version 2>/dev/null) =~ (^|[ ])[2-9][.] ]]; then
-        findings=$(rpmlint -c packaging/rpmlint.toml "${@:2}" 2>&1) || true
+        findings=$(rpmlint "${@:2}" 2>&1) || true
     else
         echo "$1: not checked by $([[ $1 == DEB ]] && echo lintian || echo rpmlint 2), which is not here"
         return
     fi
-    grep -E '(^| )[EW]: ' <<<"$findings" >&2 || true
+    findings=$(grep -E '(^| )[EW]: ' <<<"$findings" | grep -v ' no-signature$') || true
+    printf '%s' "${findings:+$findings$'\n'}" >&2
     ! grep -qE '(^| )E: ' <<<"$findings" || die "$1: the checker found errors"
 }
 
 # Installs and upgrades the packages of a kind in a throwaway root.
 live() {
     local status=0
-    quietly "$build.log" cpack --config "$build/CPackConfig.cmake" -G "$1" -B "$place/live/next" \
-        -D CPACK_PACKAGE_VERSION=99 -D CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS=optimize-option \
-        -D "CPACK_PRE_BUILD_SCRIPTS=$PWD/packaging/documents.cmake;$place/change_sample.cmake"
-    rm -rf "$place/live/next/_CPack_Packages"
-    mkdir "$place/live/this"
+    mkdir -p "$place/live"/{this,next}
     cp "${files[@]}" "$place/live/this"
     if [[ $EUID -eq 0 ]] && unshare -m true 2>/dev/null; then
+        "later_$1" "$place/live/next"
         unshare -m packaging/life_cycle.sh "$1" "$place/live" || status=$?
     else
         status=77
@@ -210,51 +214,122 @@ live() {
     esac
 }
 
-# Builds the packages of a CPack generator, whose systems keep libraries in usr/$2, and names the files.
-package() {
-    local generator=$1 libraries=$2
-    rm -f "$build"/*."${generator,,}"
-    quietly "$build.log" cmake --preset package -DCMAKE_INSTALL_LIBDIR="$libraries"
-    quietly "$build.log" cmake --build --preset package -j"$(nproc)"
-    quietly "$build.log" cpack --config "$build/CPackConfig.cmake" -G "$generator" -B "$place/packages"
-    mv "$place/packages"/*."${generator,,}" "$build"
-    files=("$build"/*."${generator,,}")
-    mkdir "$place/$generator"
+# Checks the packages of a kind, which are unpacked, and named by $3. $2 is their folder of libraries.
+check_kind() {
+    local expected='ansible-collection-optimize-option cockpit-optimize-option optimize-option'
+    expected+=" optimize-option-$([[ $1 == DEB ]] && echo dev || echo devel)"
+    [[ $(tr ' ' '\n' <<<"$3" | sort | xargs) == "$expected" ]] || die "made the $1s $3"
+    check "$place/$1" "$2"
+    echo "$1: listed the embedded machine: ${files[*]#"$PWD/"}"
+    live "$1"
 }
 
-cat >"$place/change_sample.cmake" <<'END'
-file(GLOB_RECURSE samples "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/runtime/*/conf.xml")
-file(APPEND ${samples} "<!-- a later sample -->\n")
-END
-echo 'Building in build/package ...'
-triplet=$("${CXX:-c++}" -print-multiarch)
-package DEB "lib${triplet:+/$triplet}"
-names=
-for file in "${files[@]}"; do
-    dpkg-deb -x "$file" "$place/DEB"
-    names+="$(dpkg-deb -f "$file" Package) "
-done
-[[ $names == 'optimize-option-dev optimize-option ' ]] || die "made the DEBs $names"
-check "$place/DEB" "lib${triplet:+/$triplet}"
-lint DEB "${files[@]}"
-echo "${files[*]#"$PWD/"}: listed the embedded machine"
-live DEB
+make_archive() {
+    rm -rf "$build"
+    mkdir -p "$build"
+    tar --exclude=./.git --exclude=./build --exclude=__pycache__ --exclude=./.cache \
+        --exclude=./compile_commands.json --transform "s,^[.],optimize-option-$version," --sort=name \
+        --owner=root:0 --group=root:0 --mode=u+rw,go=rX -czf "$archive" .
+}
 
-package RPM lib64
-for file in "${files[@]}"; do
-    rpm2cpio "$file" | (cd "$place/RPM" && cpio -idm --quiet)
+make_DEB() {
+    local source=$place/debian/optimize-option-$version
+    mkdir "$place/debian"
+    tar -xf "$archive" -C "$place/debian"
+    cp "$archive" "$place/debian/optimize-option_$version.orig.tar.gz"
+    cp -R "$source/packaging/debian" "$source"
+    (
+        cd "$source"
+        export DEB_BUILD_OPTIONS="parallel=$(nproc) ${DEB_BUILD_OPTIONS-}"
+        quietly "$build/deb.log" dpkg-buildpackage -us -uc
+    )
+    find "$place/debian" -maxdepth 1 -type f -exec mv -t "$build" {} +
+    tree=$(echo "$source"/obj-*)
+}
+
+# Packs the DEBs once more, as a later release with another sample.
+later_DEB() {
+    local file
+    for file in "${files[@]}"; do
+        dpkg-deb -R "$file" "$place/later"
+        sed -i "s/$version-1/$version-99/" "$place/later/DEBIAN/control"
+        change_sample "$place/later"
+        quietly "$build/deb.log" dpkg-deb --root-owner-group -b "$place/later" "$1"
+        rm -r "$place/later"
+    done
+}
+
+# What is needed to build is here, but on Debian the database of RPM does not know.
+rpm_build() {
+    quietly "$build/rpm.log" rpmbuild --nodeps --noclean --define "_topdir $place/rpmbuild" \
+        --define 'packager Optimize_Option maintainers <maintainers@optimize-option.invalid>' "$@"
+}
+
+make_RPM() {
+    rpm_build -ta "$archive"
+    find "$place/rpmbuild" -name '*.rpm' -exec mv -t "$build" {} +
+    tree=$(dirname "$(find "$place/rpmbuild" -name CMakeCache.txt)")
+}
+
+later_RPM() {
+    local installed
+    installed=$(find "$place/rpmbuild" -path '*BUILDROOT*' -type d -name usr -prune)
+    change_sample "${installed%/usr}"
+    sed 's/^Release: .*/Release: 99/' packaging/optimize-option.spec >"$place/later.spec"
+    rpm_build -bb --short-circuit --define "_rpmdir $1" --define '_rpmfilename %%{name}.rpm' \
+        --buildroot "${installed%/usr}" "$place/later.spec"
+    rm -f "$1"/*-debug*
+}
+
+change_sample() {
+    local sample=$1/usr/share/optimize_option/config/system_operation/conf.xml
+    [[ ! -e $sample ]] || echo '<!-- a later sample -->' >>"$sample"
+}
+
+for file in packaging/{optimize-option.spec,debian/changelog} ansible/galaxy.yml CHANGELOG.md; do
+    grep -qF "$version" "$file" || die "$file does not name the version $version"
 done
-names=$(rpm -qp --qf '%{NAME} ' "${files[@]}")
-[[ $names == 'optimize-option optimize-option-devel ' ]] || die "made the RPMs $names"
-check "$place/RPM" lib64
-lint RPM "${files[@]}"
-echo "${files[*]#"$PWD/"}: listed the embedded machine"
-live RPM
+echo 'Building in build/package ...'
+make_archive
+if command -v dh >/dev/null; then
+    make_DEB
+    libraries=lib/$(dpkg-architecture -q DEB_HOST_MULTIARCH)
+    names=
+    for file in "$build"/*.deb; do
+        [[ $file != *-dbgsym_* ]] || continue
+        files+=("$file")
+        dpkg-deb -x "$file" "$place/DEB"
+        names+="$(dpkg-deb -f "$file" Package) "
+        [[ $file == */optimize-option* || $file == *_all.deb ]] || die "$file is not for all architectures"
+        [[ -e $place/DEB/usr/share/doc/$(dpkg-deb -f "$file" Package)/copyright ]] ||
+            die "$file has no copyright file"
+    done
+    lint DEB "$build"/*.changes
+    check_kind DEB "$libraries" "$names"
+else
+    echo 'DEB: not built: debhelper is not here'
+fi
+
+make_RPM
+libraries=lib64
+names=
+files=()
+mkdir "$place/RPM"
+for file in "$build"/*.rpm; do
+    [[ $file != *-debug* && $file != *.src.rpm ]] || continue
+    files+=("$file")
+    rpm2cpio "$file" | (cd "$place/RPM" && cpio -idm --quiet)
+    names+="$(rpm -qp --qf '%{NAME}' "$file") "
+    [[ $file == */optimize-option* || $file == *.noarch.rpm ]] || die "$file is not for all architectures"
+    [[ -n $(rpm -qp --licensefiles "$file") ]] || die "$file has no copyright file"
+done
+lint RPM "$build"/*.rpm
+check_kind RPM "$libraries" "$names"
 
 # cmake --install makes the configuration, and keeps one that is there.
 conf=var/lib/optimize_option/config/system_operation/conf.xml
 install_in() {
-    quietly "$build.log" env DESTDIR="$place/$1" cmake --install "$build" "${@:2}"
+    quietly "$build/install.log" env DESTDIR="$place/$1" cmake --install "$tree" "${@:2}"
 }
 (umask 077 && install_in new)
 cmp config/system_operation/conf.xml "$place/new/$conf"
@@ -264,6 +339,6 @@ echo changed >"$place/new/$conf"
 install_in new
 [[ $(<"$place/new/$conf") == changed ]] || die 'cmake --install has overwritten the configuration'
 install_in other --prefix /opt/prefix
-[[ -e $place/other/var/opt/prefix/lib/optimize_option/config/system_operation/conf.xml ]] ||
-    die 'cmake --install has made no configuration for another prefix'
-check_host "$place/new/usr" lib64
+[[ -z $(find "$place/other" -path '*/var/*') ]] ||
+    die 'cmake --install has made a configuration where the program does not look'
+check_host "$place/new/usr" "$libraries"
