@@ -227,7 +227,7 @@ A SERVICE is a name or an id of ls_service.
 
 Examples: optimize_host optimize_service cups rsync
           printf 'ignore_service on atd\nls_service\n' | optimize_host --json -
-Exit: 0 success, 1 operation failed, 2 wrong usage, 3 no module, reply or output
+Exit: 0 success, 1 operation failed, 2 wrong usage, 3 no module, lock or output
 )";
 }
 
