@@ -69,7 +69,8 @@ RETURN = r'''
 services:
   description:
     - The services that are on or switched off by C(optimize_host).
-    - The state is C(none), C(optimized) or C(ignored).
+    - The state is C(none), C(optimized) or C(ignored). It can be C(state N), with the number in the configuration,
+      for a service of xinetd that C(chkconfig) lists as neither on nor off.
     - The level holds the run levels in which the service is on or comes back on. It is C(on) for a service
       of xinetd.
     - A service has the member C(listed) with the value false if C(chkconfig) does not list it, but the
@@ -88,12 +89,16 @@ switched:
   elements: dict
   sample: [{"name": "cups", "state": "off", "level": "2345", "since": "2026-11-25T10:17:10Z"}]
 score:
-  description: The score, a number that clients keep in the configuration.
+  description:
+    - The score, a number that clients keep in the configuration.
+    - It is null if it is missing there; then a warning says so.
   returned: success
   type: int
   sample: 85
 count:
-  description: The count, another number that clients keep there.
+  description:
+    - The count, another number that clients keep there.
+    - It is null if it is missing there; then a warning says so.
   returned: success
   type: int
   sample: 3
