@@ -18,7 +18,7 @@ namespace
 
 constexpr ec::EC answered = 0x840C0000; // what the module returns with a reply
 
-/// Keeps what the module sends.
+/// Receives the replies that the module sends, and keeps the services in them.
 class Collector final : public rpc::ICommand
 {
 public:
@@ -105,7 +105,7 @@ public:
                 outcomes = transaction.switch_services(m_request.ids,
                                                        m_request.operation == "restore_service");
             }
-        } // gives the lock back: telling people may take long
+        } // gives the lock back before messages are printed, which may take long
         return lists ? items(services) : items(outcomes);
     }
 

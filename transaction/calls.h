@@ -10,11 +10,11 @@ namespace transaction
 
 using Ids = std::vector<unsigned int>;
 
-/// A reply that the module sends before its final one.
+/// A service in a reply that the module sends before its final one.
 struct Reply {
     unsigned int id;
-    std::string name; ///< of a listing
-    int op;           ///< of a listing
+    std::string name; ///< sent by ls_service only; otherwise empty
+    int op;           ///< its state, an Op; sent by ls_service only
 };
 
 /// Runs an operation of the module and returns its replies in their order. `flag` is for
@@ -28,10 +28,10 @@ using Say = std::function<void(const std::string& message)>;
 
 /// How long a call waits for the lock.
 struct Waiting {
-    /// At most this long; negative: without a bound.
+    /// At most so many seconds; negative: without a limit.
     long seconds = -1;
-    /// Called many times a second while the call waits, if it is set. What it throws ends the
-    /// waiting.
+    /// Called many times a second while the call waits, unless it is empty. If it throws, the
+    /// waiting ends with this exception.
     std::function<void()> check;
 };
 

@@ -39,7 +39,7 @@ private:
     void set(std::size_t position, const char* attribute, const std::string& value);
 
     std::string m_path;
-    owned<IXmlDocument> m_document; // before m_nodes, which are released first
+    owned<IXmlDocument> m_document; // declared before m_nodes, so that these are released first
     owned<IXmlNodeList> m_nodes;
     std::vector<Entry> m_entries;
     std::map<std::string, std::vector<std::size_t>> m_by_name;

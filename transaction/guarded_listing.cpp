@@ -18,7 +18,8 @@ bool is_deliverable(const Entry& entry)
     return entry.name.size() + entry.desc.size() < 65000;
 }
 
-/// Throws unless the file holds what the listing replied: somebody may have replaced it meanwhile.
+/// Throws unless the file agrees with the replies of the listing: somebody may have replaced it
+/// after the module wrote it.
 void require_agreement(const std::vector<Entry>& entries, const std::vector<Reply>& replies)
 {
     auto reply = replies.begin();
@@ -152,8 +153,8 @@ void GuardedListing::list(const Names& switched, bool is_first)
     }
 }
 
-/// Brings lines and entries in line with what the listing showed. The outcomes of a call tell
-/// people about the services that it names.
+/// Brings the record and the configuration in line with what the listing showed. Says less about
+/// the services in `named`: the outcomes of the call tell people about them.
 void GuardedListing::settle(const Names& named, bool is_first)
 {
     const std::set<std::string> requested(named.begin(), named.end());
@@ -201,7 +202,7 @@ void GuardedListing::settle_off(const std::string& name, Line& line, bool is_fir
     line.state = State::off;
 }
 
-/// Gives a state to those entries of a name that are in one of the others.
+/// Gives the state `to` to the entries of a name whose state is one of `from`.
 void GuardedListing::set_ops(const std::string& name, std::initializer_list<int> from, int to)
 {
     for (const std::size_t position : m_configuration.find(name)) {

@@ -1,4 +1,4 @@
-// A listing of the machine that forgets nothing.
+// Lists the machine, and keeps the record and the configuration in line with it.
 #pragma once
 
 #include "transaction/calls.h"
@@ -15,14 +15,16 @@
 namespace transaction
 {
 
-/// What a listing showed of a service, by the first of its entries.
+/// What a listing showed of a service, as the first of its entries says.
 struct View {
     bool is_configured;
     int op;
     std::string level;
 
     bool is_on() const { return is_configured && op == none; }
-    bool is_off() const { return is_configured && op == optimized; } ///< meaningless without a line
+    /// Only for a service with a line in the record: without one, the module calls a service that
+    /// is off unavailable.
+    bool is_off() const { return is_configured && op == optimized; }
     bool is_unlisted() const { return is_configured && op == unavailable; }
 };
 
@@ -33,15 +35,17 @@ class GuardedListing
 public:
     using Names = std::vector<std::string>;
 
-    /// Waits for the lock, and reads the configuration and the record. Takes over what only the
-    /// configuration knows.
+    /// Waits for the lock, and reads the configuration and the record. Adds a line to the record
+    /// for each service that only the configuration marks as switched off or ignored.
     GuardedListing(const std::string& configuration, Call call, Say say, const Waiting& waiting);
 
-    /// The first listing of a call, settled and recorded. `named` are the services that the call
-    /// names, `switched` those of them that it is to switch. Says which services are kept as
-    /// switched off although they are not listed: those that the call names, or all.
+    /// Makes the first listing of a call, settles it, which means that the record and the
+    /// configuration are brought in line with it, and saves both. `named` are the services that the
+    /// call names, `switched` those of them that it is to switch. Says which services are kept as
+    /// switched off although chkconfig does not list them: those in `named`, or all if it is empty.
     void begin(const Names& switched, const Names& named);
-    /// The listing after the commands of a call: settled, but not recorded yet.
+    /// Lists again after the commands of a call, and settles the listing. Saves the configuration,
+    /// but not the record.
     void verify(const Names& switched);
     /// Saves the configuration and then the record, as far as they were changed.
     void save();
@@ -49,13 +53,13 @@ public:
     Configuration& configuration() { return m_configuration; }
     const Configuration& configuration() const { return m_configuration; }
     const Lines& lines() const { return m_lines; }
-    /// The line of a service; null if there is none.
+    /// The line of a service in the record; null if it has none.
     const Line* line_of(const std::string& name) const;
-    /// Sets the line of a service, or removes it.
+    /// Sets the line of a service, or removes it if `line` is null.
     void set_line(const std::string& name, const Line* line);
     /// What the latest listing showed, before it was settled.
     View view_of(const std::string& name) const;
-    /// Makes all entries of a name say the same.
+    /// Gives all entries of a name this state and this level.
     void set_entries(const std::string& name, int op, const std::string& level);
 
 private:

@@ -27,7 +27,7 @@ using Lines = std::map<std::string, Line>;
 
 /// The word for a state in the file, such as "switching-off".
 const char* to_word(State state);
-/// Returns false if the word is none of them; `state` is unspecified then.
+/// Returns false if no state has this word; `state` is unspecified then.
 bool from_word(const std::string& word, State& state);
 
 /// The present time, for Line::since.

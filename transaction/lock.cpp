@@ -22,7 +22,8 @@ namespace transaction
 namespace
 {
 
-// Shell scripts use the low descriptors. The second is for processes that may have few.
+// The descriptor of the lock gets the first free number from 100 on, because shell scripts use low
+// ones. Where the process may not have that many descriptors, it gets the first one from 10 on.
 constexpr int lowest_numbers[] = {100, 10};
 
 /// Follows the links of the configuration's path. Throws CLiteXmlException.
@@ -68,7 +69,7 @@ PrivateFile open_lock_file(const Place& place, const std::string& path, Lock::Cr
         }
         file = PrivateFile(place.folder.get(), path, O_RDWR | O_CREAT | O_EXCL);
         if (file) {
-            flush_folder(place.folder.get()); // if it cannot be flushed, that is no reason to stop
+            flush_folder(place.folder.get()); // a failure does not matter: the lock still works
             return file;
         }
     }
@@ -79,7 +80,7 @@ bool is_same(const struct stat& a, const struct stat& b)
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-/// Whether the lock file still has its name, and the configuration its place.
+/// Whether the locked file is still the one at `path`, and the configuration is still in `place`.
 bool is_current(const std::string& configuration, const Place& place, const std::string& path,
                 int file)
 {
@@ -94,8 +95,8 @@ bool is_current(const std::string& configuration, const Place& place, const std:
            fstat(place.folder.get(), &opened_folder) == 0 && is_same(folder, opened_folder);
 }
 
-/// Others could lock a file that they can open for ever. Fails on a file system without modes,
-/// where nothing is private.
+/// Takes away the rights of other users, who could lock a file that they can open and never give it
+/// back. Ignores a failure: on a file system without modes nothing can be private.
 void make_private(int file)
 {
     constexpr mode_t mode = S_IRUSR | S_IWUSR;
@@ -105,7 +106,8 @@ void make_private(int file)
     }
 }
 
-/// Returns false if somebody else has it.
+/// Locks the file without waiting. Returns false if somebody else holds the lock. Returns true if
+/// the file system cannot lock.
 bool try_lock(const Say& say, const std::string& path, int file)
 {
     static std::atomic<bool> is_told{false};
@@ -135,7 +137,8 @@ class Waiter
 public:
     Waiter(const Say& say, const Waiting& waiting) : m_say(say), m_waiting(waiting) {}
 
-    /// Waits until nobody else has it. Throws std::runtime_error if that takes too long.
+    /// Locks the file as soon as nobody else holds the lock. Throws std::runtime_error if that
+    /// takes too long.
     void lock(const std::string& path, int file)
     {
         while (!try_lock(m_say, path, file)) {

@@ -33,8 +33,10 @@ std::string holder_of(int file)
     const std::string wanted = identity_of(file);
     std::ifstream locks("/proc/locks");
     for (std::string line; std::getline(locks, line);) {
-        std::istringstream fields(line);  // "1: FLOCK ADVISORY WRITE 4711 fe:01:1234 0 EOF"
-        std::array<std::string, 6> field; // waiting: the second is "->"
+        // "1: FLOCK ADVISORY WRITE 4711 fe:01:1234 0 EOF". The line of a process that waits has
+        // "->" in place of FLOCK.
+        std::istringstream fields(line);
+        std::array<std::string, 6> field;
         for (std::string& each : field) {
             fields >> each;
         }

@@ -13,7 +13,7 @@ namespace
 
 constexpr std::uint32_t header_size = 4; // of a call block
 constexpr std::uint32_t extension_length_at = 2;
-constexpr std::uint32_t max_reply_size = 65520; // as the module: one of this size is not delivered
+constexpr std::uint32_t max_reply_size = 65520; // the module delivers only smaller replies
 constexpr ec::EC success = 0x80000000;
 constexpr ec::EC failure_code = 0;
 
@@ -37,7 +37,7 @@ const Shape* shape_of(const std::string& operation)
     return found == std::end(shapes) ? nullptr : found;
 }
 
-/// Takes over what the framework made, which is null if it could not be made.
+/// Takes ownership of an object that the framework made. Throws std::bad_alloc if it is null.
 template <class T>
 owned<T> made(T* object)
 {
@@ -61,7 +61,7 @@ const void* next_value(rpc::IParams& params, unsigned type)
     return param != nullptr && (type == 0 || param->type() == type) ? param->value() : nullptr;
 }
 
-/// The next parameter, of a type whose value is a pointer to the object; null as above.
+/// The object of the next parameter, whose value is a pointer to it; null as above.
 template <class T>
 const T* next_object(rpc::IParams& params, unsigned type)
 {
@@ -86,7 +86,7 @@ ReplyBlock to_block(rpc::IRequest& message, std::uint32_t header)
     return {code, std::move(owner)};
 }
 
-/// Converts as the module does: up to what is not valid.
+/// Converts as the module does: up to the first character that is not valid.
 std::string utf8_to_gbk(const std::string& text)
 {
     const iconv_t converter = text.empty() ? iconv_t(-1) : iconv_open("GBK", "UTF-8");

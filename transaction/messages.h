@@ -15,8 +15,8 @@ namespace transaction
 /// What a client asks for.
 struct Request {
     std::string operation; ///< empty if the block holds no request
-    /// Lists, switches or ignores services, and has all its parameters: the module would not refuse
-    /// it.
+    /// Whether the operation lists, switches or ignores services and the block holds all its
+    /// parameters. The module refuses a call that lacks one.
     bool is_on_services = false;
     bool flag = false;
     Ids ids = {};
@@ -28,12 +28,12 @@ Request read_request(rpc::IMsgFactory& factory, const fwbase::IDataBlock& block)
 owned<fwbase::IDataBlock> make_call_block(rpc::IMsgFactory& factory, const std::string& operation,
                                           bool flag, const Ids& ids);
 
-/// Appends what a reply of the module lists. Returns false if it has no list: then the operation
-/// has failed.
+/// Appends the services that a reply of the module lists. Returns false if the reply has no valid
+/// list, which means that the operation has failed.
 bool read_reply(rpc::IMsgFactory& factory, const fwbase::IDataBlock& block,
                 std::vector<Reply>& replies);
 
-/// A block, and the code of the memory manager for it.
+/// A block, and the code that the memory manager returned for it.
 struct ReplyBlock {
     ec::EC code;
     owned<fwbase::IDataBlock> block; ///< null if the reply is too large to be delivered
@@ -51,7 +51,7 @@ public:
 
     /// A reply that lists ids.
     ReplyBlock ids(const Ids& ids) const;
-    /// A reply that lists a service, or none if it is null.
+    /// A reply that lists one service, or has an empty list if `service` is null.
     ReplyBlock service(const Service* service) const;
     /// The reply of an operation that failed.
     ReplyBlock failure() const;

@@ -12,22 +12,23 @@ namespace transaction
 /// Throws std::runtime_error with the subject and the reason in errno.
 [[noreturn]] void fail(const std::string& subject);
 
-/// An open regular file of this user. A link is not followed; a file of another user could be
-/// changed or locked by others, and one with a second name is somebody's data.
+/// An open regular file of this user. Refuses links, which may lead to any file; files of other
+/// users, who could change or lock them; and files with a second name, which may hold other data.
 class PrivateFile
 {
 public:
     PrivateFile() = default;
     /// Opens the file in an open folder with these flags of open(). `path` is its name for
     /// messages, and ends with its name in the folder. Throws std::runtime_error if it is not a
-    /// private file, or cannot be opened for another reason than those below.
+    /// private file, or cannot be opened for another reason than the two that operator bool gives.
     PrivateFile(int folder, const std::string& path, int flags);
 
     /// False if the file was missing, or was there already when it was to be created.
     explicit operator bool() const { return m_file.is_open(); }
     int number() const { return m_file.get(); }
 
-    /// All of its bytes. Throws std::runtime_error if it is larger than `most` or cannot be read.
+    /// All bytes of the file. Throws std::runtime_error if there are more than `most`, or they
+    /// cannot be read.
     std::string read(std::size_t most) const;
 
 private:

@@ -17,7 +17,7 @@ namespace
 
 constexpr const char* heading =
     "# Services that were switched off or ignored: name, state, run levels, since\n";
-constexpr std::size_t largest = std::size_t{16} << 20U; // as of the configuration, in bytes
+constexpr std::size_t largest = std::size_t{16} << 20U; // in bytes; the same for the configuration
 
 bool is_time(const std::string& text)
 {

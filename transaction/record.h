@@ -32,7 +32,7 @@ public:
 private:
     int m_folder;
     std::string m_path;
-    std::string m_text; // of the file as it was read or written last
+    std::string m_text; // what the file held when it was last read or written
 };
 
 } // namespace transaction

@@ -34,7 +34,7 @@ struct Wish {
 /// What the first listing of a call showed of a name.
 struct Before {
     View view;
-    const Line* line; ///< after it was settled; null without
+    const Line* line; ///< after the listing was settled; null if the record has none
     Ids ids;
 };
 
@@ -43,7 +43,8 @@ const Verdict not_listed = {Outcome::not_handled, "not listed", "chkconfig does 
 const Verdict switched_off_by_others = {Outcome::not_handled, "off",
                                         "it is off, but was not switched off by this program"};
 
-/// Where a service is that is not as it should be.
+/// For people: the state of a service that is not off, or not on in all of `levels`, after a
+/// switch.
 std::string position_of(const View& view, const std::string& levels)
 {
     if (!view.is_on()) {
@@ -146,7 +147,7 @@ std::vector<Outcome> Transaction::Work::switch_services(const Ids& ids, bool on)
             verdicts[name] = end_switch(name, on, handled, as_listed);
         }
         m_machine.save();
-    } catch (const std::exception& error) { // the next call settles what has happened
+    } catch (const std::exception& error) { // the next call finds out what has happened
         for (const std::string& name : switched) {
             verdicts[name] = {Outcome::not_handled, "not verified",
                               std::string("not verified: ") + error.what()};
@@ -195,8 +196,8 @@ std::vector<Outcome> Transaction::Work::ignore(const Ids& ids, bool flag)
     return outcomes(wishes, verdicts);
 }
 
-/// Decides what became of a name that the module was to mark, and of its line. `verdict` is the one
-/// before the module's call, `before` the line then.
+/// Decides what became of a name that the module was to mark, and of its line. `verdict` and
+/// `before` are the verdict and the line from before the module's call.
 Verdict Transaction::Work::end_mark(const std::string& name, bool flag, const Ids& handled,
                                     const std::string& failure, const Verdict& verdict,
                                     const Line* before)
@@ -223,7 +224,8 @@ Verdict Transaction::Work::end_mark(const std::string& name, bool flag, const Id
 }
 
 /// Has the module change services. Returns the ids that it handled, ascending. If the operation
-/// fails, commands may have run all the same; what they did shows the next listing.
+/// fails, `failure` gets the reason. Commands may have run all the same; the next listing shows
+/// what they did.
 Ids Transaction::Work::call(const char* operation, bool flag, const Ids& ids,
                             std::string& failure) const
 {
@@ -274,7 +276,7 @@ std::vector<Wish> Transaction::Work::resolve(const Ids& ids) const
     return wishes;
 }
 
-/// The verdict on a name that is not to be switched, whatever the module could do with it.
+/// The verdict on a name that must not or need not be switched; none for any other name.
 std::optional<Verdict> Transaction::Work::judge_switch(const std::string& name, bool on) const
 {
     const View view = m_machine.view_of(name);
@@ -350,8 +352,8 @@ Verdict Transaction::Work::end_switch(const std::string& name, bool on, const Id
         return done;
     }
     if (view.is_unlisted() && before.view.is_unlisted()) {
-        // Neither listing shows it: the command's word counts. A restored service stays recorded
-        // until a listing shows it.
+        // No listing shows the service, so the exit status of the command decides. A restored
+        // service keeps its line until a listing shows that it is on.
         if (!is_handled) {
             m_machine.set_line(name, before.line);
             return {Outcome::not_handled, "command failed",

@@ -16,7 +16,7 @@ namespace transaction
 /// A service of a listing.
 struct Service {
     Entry entry;
-    bool is_listed; ///< by chkconfig; if it is not, the record keeps it
+    bool is_listed; ///< false: chkconfig does not list it; the record says that it is switched off
 };
 
 /// What became of one requested service; texts are UTF-8.
@@ -24,9 +24,9 @@ struct Outcome {
     enum Kind { done, unchanged, not_handled };
 
     unsigned int id;
-    std::string name; ///< empty if it is not configured
+    std::string name; ///< empty if no service has the requested id
     Kind kind;
-    std::string reason;  ///< why it was not handled: a word or two for programs
+    std::string reason;  ///< why the service was not handled: a word or two for programs
     std::string message; ///< the reason as a sentence for people
     /// False for a service that is recorded but not configured.
     bool has_id = true;
@@ -46,8 +46,8 @@ struct Outcome {
 ///
 /// Every operation throws std::runtime_error or CLiteXmlException if it is refused: the
 /// configuration or the record cannot be read or written, or the machine cannot be listed. No
-/// command has run then. What `call` throws in the first listing passes, too, and std::bad_alloc
-/// may pass at any time. The next call goes on from what is on the disk.
+/// command has run then. An exception of `call` in the first listing passes through, too, and
+/// std::bad_alloc may come at any time. The next call goes on from what is on the disk.
 class Transaction
 {
 public:
@@ -59,7 +59,7 @@ public:
     /// The configured services as they were read last, in the order of the file. Valid until the
     /// next operation, as is the record.
     const std::vector<Entry>& entries() const;
-    /// What was switched off or ignored.
+    /// The record: what was switched off or ignored.
     const Lines& record() const;
 
     /// Lists the machine. Returns the services to show, in the order of the file: those that are on
@@ -73,8 +73,8 @@ public:
     /// Marks services as ignored, or removes the mark.
     std::vector<Outcome> ignore(const Ids& ids, bool flag);
 
-    /// From now on only foretells: stops before the module would be asked to change anything. For
-    /// a copy of the configuration and the record, because it still lists and settles.
+    /// Makes the following operations return what they would do: they stop before they ask the
+    /// module to change anything. They still list and write both files, so use a copy of these.
     void rehearse();
 
 private:
