@@ -48,7 +48,8 @@ bool run_cycle(Access access, Selected* (IXmlNode::*select)(const char*), const 
         if (done && access == Access::write) {
             document->save(CConf::m_confPath);
         }
-        // Not left to the guards, which would hide an exception that makes the operation fail.
+        // Released here and not by the guards: these swallow the exceptions of release(), but such
+        // an exception makes the operation fail.
         give_back(selected);
         give_back(root);
         give_back(document);
@@ -102,8 +103,8 @@ bool read_number(const char* xpath, unsigned int& number)
     return done;
 }
 
-/// Brings one entry in line with its live service. Returns the state to list it with, or nothing if
-/// it is not listed.
+/// Brings one entry in line with its live service. Returns the state that the listing shows for it,
+/// or nothing if the listing leaves it out.
 std::optional<int> reconcile(IXmlNode& info, const TServiceInfo& live)
 {
     const bool off = live.level == "off";

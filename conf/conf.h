@@ -1,5 +1,5 @@
-// The configuration store: one XML file with the candidate services and their states, the score and
-// the count.
+// The configuration store: one XML file with the candidate services, their states, and two numbers
+// that clients keep there, the score and the count.
 #pragma once
 
 #include "conf/system_optimize_item.h"

@@ -106,7 +106,7 @@ public:
           m_part("." + name + ".part"), m_file(open_at(folder, ".", O_WRONLY | O_TMPFILE, mode)),
           m_link("/proc/self/fd/" + std::to_string(m_file.get()))
     {
-        if (m_file.is_open() && ::access(m_link.c_str(), F_OK) == 0) { // without /proc: no link
+        if (m_file.is_open() && ::access(m_link.c_str(), F_OK) == 0) { // the link needs /proc
             return;
         }
         ::unlinkat(folder, m_temporary.c_str(), 0); // so that not both names are ever left over

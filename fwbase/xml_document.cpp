@@ -26,7 +26,7 @@ namespace
 template <class T>
 using xml_ptr = std::unique_ptr<T, void (*)(T*)>;
 
-/// Owns an object of libxml2's.
+/// Puts an object of libxml2 into a guard that frees it with `free`.
 template <class T, class Free>
 std::unique_ptr<T, Free> own(T* object, Free free)
 {
@@ -102,13 +102,13 @@ constexpr const char* byte_order_mark = "\xEF\xBB\xBF";
 /// do: 2.9 accepts overlong forms, and takes a NUL byte for the end.
 void require_characters(const char* file, std::string_view text, bool has_lines)
 {
-    constexpr int least[] = {0, 0, 0x80, 0x800, 0x10000}; // code for a number of bytes
+    constexpr int least[] = {0, 0, 0x80, 0x800, 0x10000}; // smallest code point of so many bytes
     const auto is_plain = [](char c) { return c >= ' ' && c <= '~'; };
     const char* const end = text.data() + text.size();
     for (const char* at = text.data(); (at = std::find_if_not(at, end, is_plain)) != end;) {
         int length = static_cast<int>(std::min<std::ptrdiff_t>(end - at, 4));
         const int code = xmlGetUTF8Char(BAD_CAST at, &length);
-        const bool continues = (*at & 0xC0) == 0x80; // which 2.9 does not notice, either
+        const bool continues = (*at & 0xC0) == 0x80; // libxml2 2.9 misses this, too
         if (code < least[length] || continues || !xmlIsCharQ(static_cast<unsigned int>(code))) {
             const auto lines = has_lines ? 1 + std::count(text.data(), at, '\n') : 0;
             throw CLiteXmlException(
@@ -350,7 +350,7 @@ IXmlNode* NodeList::item(int position)
     return new Node(m_nodes[static_cast<std::size_t>(position)]);
 }
 
-/// The blanks in front of an element; null without.
+/// The blanks in front of an element; null if there are none.
 xmlNode* indentation_of(const xmlNode* element)
 {
     xmlNode* const before = element == nullptr ? nullptr : element->prev;
@@ -423,7 +423,7 @@ void add_element(IXmlNode& parent, const char* name,
         xmlAddChild(above, element.release());
         return;
     }
-    // Adding it first would merge two texts.
+    // The text comes after the element: added first, it would be merged with the text before it.
     xmlNode* const added = xmlAddNextSibling(last, element.release());
     if (indentation != nullptr) {
         xmlAddPrevSibling(added, indentation.release());

@@ -1,5 +1,5 @@
-// The entry of the module, which a host finds with dlsym and
-// decltype(rpc_ireal_Optimize_Option)*.
+// The entry function of the module. A host looks it up by name with dlsym and calls it through a
+// pointer of the type decltype(rpc_ireal_Optimize_Option)*.
 #pragma once
 
 #include "framework/rpc.h"

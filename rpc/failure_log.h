@@ -6,7 +6,7 @@
 namespace rpc
 {
 
-/// The place in the source that refuses a reply.
+/// The place in the source where a reply turned out to be too large.
 struct SourceLocation {
     const void* object;    ///< the interface object
     const char* signature; ///< handler or reply operation, as the compiler spells its signature

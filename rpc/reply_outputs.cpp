@@ -76,7 +76,7 @@ ec::EC add_outputs(IMsgFactory& factory, IParams& params, Items& items,
         return result::no_parameter;
     }
     for (owned<IParams>& record : containers.owners) {
-        record.release(); // to the parameter, which releases the containers with itself
+        record.release(); // the parameter owns the containers now
     }
     params.add(records);
     return result::success;

@@ -10,10 +10,10 @@ namespace rpc
 namespace
 {
 
-// Locked from the look at the machine or the file until the result is recorded, but not while a
-// reply is sent. A listing that was read before a switch must not be recorded after it: that would
-// undo the record of the switch and lose the run levels. Two listings at once would also disturb
-// each other's locale.
+// Locked from the listing, or the reading of the file, until the result is saved, but not while a
+// reply is sent. A listing that was made before a switch must not be saved after it: that would
+// overwrite the state of the switched service and lose its run levels. Two listings at once would
+// also disturb each other's locale.
 std::mutex services_mutex;
 
 ec::EC result_of(bool done)
@@ -98,8 +98,8 @@ bool Optimize_Option::SetOSService(const Ids& ids, std::vector<int>& done, bool 
     return true;
 }
 
-// Changes the machine first, then the file, and tells the client last: an id that the client hears
-// of is recorded.
+// Changes the machine first, then the file, and replies to the client last: the file has the new
+// state of every service whose id the client receives.
 ec::EC Optimize_Option::change_services(const Transition& transition, ICommand* cmd, const Ids& ids,
                                         Ids& out)
 {

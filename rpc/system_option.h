@@ -63,7 +63,7 @@ public:
     /// the configuration cannot be read.
     bool SetOSService(const Ids& ids, std::vector<int>& done, bool checkOnly, OptimizeOperate op);
 
-    // Operations that have nothing to do on this kind of machine.
+    // Operations for other kinds of machines. Here they succeed and do nothing.
 
     ec::EC ls_reg(ICommand*, Items&) { return operation_result::success; }
     ec::EC ls_other(ICommand*, Items&) { return operation_result::success; }

@@ -135,7 +135,8 @@ private:
     Optimize_Option m_opt;
     std::map<std::string, FInfo> m_funcs;
     IAtt m_iatt;
-    IRpcService* m_rpc = nullptr; // one reference while initialised; the destructor leaves it alone
+    IRpcService* m_rpc =
+        nullptr; // a reference while initialised; the destructor does not release it
 };
 
 } // namespace rpc
