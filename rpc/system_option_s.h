@@ -135,8 +135,8 @@ private:
     Optimize_Option m_opt;
     std::map<std::string, FInfo> m_funcs;
     IAtt m_iatt;
-    IRpcService* m_rpc =
-        nullptr; // a reference while initialised; the destructor does not release it
+    /// A reference while the object is initialised. The destructor does not give it back.
+    IRpcService* m_rpc = nullptr;
 };
 
 } // namespace rpc
