@@ -21,7 +21,8 @@ using Levels = std::map<std::string, std::string>;
 
 constexpr const char* on = "2345";
 constexpr const char* off = "";
-/// Of a unit whose change was interrupted: on only in part, so that the next switch settles it.
+/// Of a unit whose change was interrupted: neither off nor on in all levels, so that a call in
+/// either direction switches it.
 constexpr const char* partly = "2";
 
 void add_unit_files(Levels& units, const fs::path& root, const Tree& tree)
@@ -40,8 +41,8 @@ void add_unit_files(Levels& units, const fs::path& root, const Tree& tree)
         if (!is_unit_name(unit) || !tree.has(unit) || !tree.alias_target(unit).empty()) {
             continue;
         }
-        // The links decide: to systemctl, a link to /dev/null in another unit's folder enables the
-        // unit as well, and one of another name does not.
+        // The links decide, not the state that systemctl prints: it counts a link to /dev/null in
+        // another unit's folder, and does not count a link of another name.
         if (state == "enabled" || state == "disabled" ||
             (state == "indirect" && ends_with(unit, ".service"))) {
             units[unit] = tree.own_links_of(unit).empty() ? off : on;
@@ -61,7 +62,7 @@ void add_instances(Levels& units, const Tree& tree)
     }
 }
 
-/// Adds what is recorded: a unit that vanished from the list could never be restored.
+/// Adds the units that have a record, because a unit that is not listed could not be restored.
 void add_recorded(Levels& units, const fs::path& root, const Tree& tree)
 {
     for (const auto& [unit, is_pending] : recorded_units(root)) {
@@ -86,7 +87,7 @@ std::string to_line(const std::string& name, const std::string& levels)
     return line + '\n';
 }
 
-/// Drops the lines of services that are units.
+/// The listing without the lines of services that are units.
 std::string without_units(const std::string& listing, const Names& units)
 {
     std::istringstream lines(listing);

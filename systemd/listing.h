@@ -9,9 +9,10 @@
 namespace systemd
 {
 
-/// The units of the machine below a root folder, on at 2 to 5 or off at all run levels; then what
-/// another `chkconfig` lists, the program `tool`, but for names of units. An empty `tool` is none.
-/// The status is that of the tool, or 0. Throws std::exception if the units cannot be listed.
+/// The units of the machine below a root folder: a unit that is on is listed as on in the run
+/// levels 2 to 5. After them, what `tool`, another chkconfig, lists, without the names of units; an
+/// empty `tool` stands for none. The status is that of the tool, or 0. Throws std::exception if the
+/// units cannot be listed.
 Outcome list(const std::filesystem::path& root, const std::string& tool);
 
 } // namespace systemd

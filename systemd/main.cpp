@@ -53,7 +53,7 @@ void switch_unit(const std::string& unit, const std::string& levels, const std::
 
 int main(int argc, char** argv)
 {
-    std::signal(SIGCHLD, SIG_DFL); // else the statuses of children are lost
+    std::signal(SIGCHLD, SIG_DFL); // if it is ignored, the exit statuses of commands are lost
     umask(S_IWGRP | S_IWOTH);
     try {
         const std::vector<std::string> words(argv, argv + argc);

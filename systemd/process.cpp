@@ -46,7 +46,7 @@ Outcome systemctl(const std::string& root, const std::string& arguments)
 std::string next_program(const std::string& name, const std::string& self)
 {
     struct stat own = {};
-    if (stat(self.c_str(), &own) != 0) { // it would start itself without end
+    if (stat(self.c_str(), &own) != 0) { // unknown: the program could start itself for ever
         throw std::runtime_error(self + ": " + std::strerror(errno));
     }
     const char* const path = std::getenv("PATH");

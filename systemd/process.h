@@ -22,8 +22,8 @@ Outcome run(const std::string& command);
 /// folder. Not for several threads.
 Outcome systemctl(const std::string& root, const std::string& arguments);
 
-/// The path of the next program of that name on the search path behind the program `self`, or of
-/// the first if that is not on it. Relative folders are skipped. Empty if there is none.
+/// The path of the next program of that name behind the program `self` on the search path, or of
+/// the first one if `self` is not on it. Skips relative folders. Empty if there is no such program.
 std::string next_program(const std::string& name, const std::string& self);
 
 } // namespace systemd

@@ -23,7 +23,9 @@ namespace
 
 constexpr const char* records_folder = "var/lib/optimize_option/links";
 
-/// A folder that is there may have been made by a call that was killed before it flushed it.
+/// Makes a folder unless it is there, and flushes its name to the disk. On the first use it flushes
+/// the name of an existing folder, too: the call that made the folder may have been killed before
+/// it could.
 void make_folder(const fs::path& folder, bool is_first_use)
 {
     const bool is_made = mkdirat(AT_FDCWD, folder.c_str(), 0755) == 0;
@@ -40,7 +42,8 @@ bool is_word(const std::string& text)
     return text.find_first_of(" \t\r\n") == std::string::npos;
 }
 
-/// Whether a link of that path may be made or removed.
+/// Whether a link of that path may be made or removed: it is "NAME" or "FOLDER/NAME", where the
+/// name is that of a unit and the folder is one whose links enable units.
 bool is_path(const std::string& path)
 {
     const std::string name = base_name(path);

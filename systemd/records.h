@@ -1,9 +1,9 @@
-// Which links were removed, or are being changed, of each unit.
+// The records of links: for each unit, the links that were removed or are being changed.
 //
-// Each record is a file in /var/lib/optimize_option/links, of one link a line: its path, a blank,
-// its target. That of a unit that is off has the name of the unit. While the links of a unit are
-// changed, its record has ".pending" behind the name: whatever interrupts the change, the links in
-// it are to be put back.
+// Each record is a file in /var/lib/optimize_option/links with one link a line: the path of the
+// link, a blank, its target. The record of a unit that is off has the name of the unit. While the
+// links of a unit are changed, its record has ".pending" behind the name: if the change is
+// interrupted, the links in this record are to be put back.
 #pragma once
 
 #include "framework/descriptor.h"
@@ -38,7 +38,7 @@ public:
 
     /// Whether there is a record of that name.
     bool has(const std::string& name) const;
-    /// The links in a record. One that is missing or damaged is refused.
+    /// The links in a record. Throws if the record is missing or damaged.
     Links read(const std::string& name) const;
     /// Writes a record and flushes it and its name.
     void write(const std::string& name, const Links& links) const;

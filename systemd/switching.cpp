@@ -49,7 +49,7 @@ void remove_links(const fs::path& root, const Links& links)
     flush_folders_of(root, links);
 }
 
-/// Makes the links that are missing. What is there under the name of one is left alone.
+/// Makes the links that are missing. Leaves alone any other file that has the name of one.
 void put_back(const fs::path& root, const Links& links)
 {
     for (const Link& link : links) {
@@ -153,7 +153,7 @@ void switch_off(const fs::path& root, const std::string& unit)
         remove_links(root, links);
         reload(root);
         if (tree.is_indirect(unit) && records.has(unit)) {
-            // Switched on again only in part, by one of the units in Also=.
+            // A unit in Also= was switched on after this one was switched off: keep all links.
             records.write(unit, united(records.read(unit), links));
             records.remove(pending(unit));
         } else {
@@ -172,7 +172,7 @@ void switch_on(const fs::path& root, const std::string& unit)
     const Records records(root);
     settle(root, records);
     const Tree tree(root);
-    // An indirect unit can be on in part.
+    // The unit is on already. An indirect unit with a record may be on in part only.
     if (!tree.own_links_of(unit).empty() && !(tree.is_indirect(unit) && records.has(unit))) {
         records.remove(unit);
         return;

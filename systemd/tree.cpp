@@ -32,7 +32,7 @@ fs::directory_iterator entries(const fs::path& folder)
     return all;
 }
 
-/// The target of a link. Empty if somebody else has removed the link meanwhile.
+/// The target of a link. Empty if the link is gone: another program may have just removed it.
 std::string read_link(const fs::path& path)
 {
     std::error_code error;
@@ -43,7 +43,7 @@ std::string read_link(const fs::path& path)
     return target;
 }
 
-/// Adds the names that are links to one of them.
+/// Adds the names that are links to one of `names`, and links to these, and so on.
 void add_aliases(Names& names, const std::map<std::string, std::string>& targets)
 {
     for (std::size_t before = 0; before != names.size();) {

@@ -39,26 +39,26 @@ public:
     bool is_masked(const std::string& unit) const { return target_of(unit) == "null"; }
     /// The other name that an alias links to. Empty if the unit is no alias.
     std::string alias_target(const std::string& unit) const;
-    /// Whether its file can be read: a linked file may be gone.
+    /// Whether the unit has a file: the target of a linked unit file may be gone.
     bool has_file(const std::string& unit) const { return !file_of(unit).empty(); }
     /// The names of all entries.
     Names names() const;
 
     const Links& links() const { return m_links; }
-    /// Those that belong to the unit, to its aliases, and to the units that its [Install] section
-    /// names in Also=, and so on. Links to /dev/null and linked unit files do not count.
+    /// The links of the unit, of its aliases, of the units that its [Install] section names in
+    /// Also=, and so on. Links to /dev/null and linked unit files do not count.
     Links links_of(const std::string& unit) const;
-    /// Those that make the unit itself enabled. An indirect one without links of its own is enabled
-    /// by the links of the units in Also=, a masked one by none.
+    /// The links that enable the unit itself. An indirect unit without such links is enabled by
+    /// those of the units in Also=. No link enables a masked unit.
     Links own_links_of(const std::string& unit) const;
-    /// Whether it is a service with nothing but Also= in [Install].
+    /// Whether the unit is a service with nothing but Also= in [Install].
     bool is_indirect(const std::string& unit) const;
-    /// Those of other links that would make the unit enabled.
+    /// Those of the given links that would enable the unit.
     Links own_links_in(const Links& links, const std::string& unit) const;
 
 private:
     struct Install {
-        bool makes_links = false; ///< of its own
+        bool makes_links = false; ///< the unit can be enabled by links of its own
         Names also;
     };
 
@@ -73,7 +73,8 @@ private:
     Names with_also(const std::string& unit) const;
 
     std::filesystem::path m_root;
-    /// The name of each entry with the base name of what it links to, or its own if it is no link.
+    /// The name of each entry, and the base name of the link's target, or the same name if the
+    /// entry is no link.
     std::map<std::string, std::string> m_targets;
     Links m_links;
 };
