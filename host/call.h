@@ -23,9 +23,10 @@ struct Arguments {
 struct Call {
     std::string operation;
     Arguments arguments;
-    /// Services by id or name, if one of them is a name. They become the ids before the call.
+    /// Services by id or name, if one of them is a name; empty if all are ids. The call replaces
+    /// them by ids.
     std::vector<std::string> services = {};
-    bool is_for_all = false;      ///< instead of services: all that are switched off
+    bool is_for_all = false;      ///< for all services that are switched off, instead of `services`
     std::string description = {}; ///< of a new candidate; UTF-8
 };
 

@@ -157,7 +157,7 @@ Answer CallRunner::make(const Call& call, const Say& say)
     return answer;
 }
 
-/// Makes a call that holds the lock.
+/// Makes a call of an operation that may write. Holds the lock meanwhile.
 Answer CallRunner::make_writing(const Call& call, const Say& say)
 {
     switch (find_operation(call.operation).kind) {
@@ -190,7 +190,7 @@ ExitStatus CallRunner::print(const Call& call, const Answer& answer, const Say& 
     const bool is_transaction = find_operation(call.operation).to != Operation::same;
     if (status == no_reply) {
         say("no reply");
-    } else if (!answer.error.empty() && !is_transaction) { // a transaction says it itself
+    } else if (!answer.error.empty() && !is_transaction) { // a transaction has said it already
         say(answer.error);
     }
     tell_outcomes(answer.outcomes, say);

@@ -12,8 +12,8 @@ namespace host
 /// How every call is made.
 struct Manner {
     transaction::Waiting waiting;  ///< for the lock
-    bool is_rehearsal = false;     ///< a call that would change something only says what
-    const char* list_command = ""; ///< for people who miss a service in a listing
+    bool is_rehearsal = false;     ///< a call only says what it would change
+    const char* list_command = ""; ///< the command that a message names after an empty listing
 };
 
 class CallRunner

@@ -73,6 +73,7 @@ public:
         }
     }
 
+    /// The record. Changes to it are written by save().
     transaction::Lines& lines() { return m_lines; }
     /// The entries of a name.
     std::vector<const transaction::Entry*> find(const std::string& name) const
@@ -117,7 +118,8 @@ public:
             }
         }
     }
-    /// Saves the record first: without its line, a mark in the configuration is taken over again.
+    /// Saves the record, then the configuration. If only the first is done, the next call finds the
+    /// mark of a removed service in the configuration, and records it again.
     void save()
     {
         m_record.write(m_lines);
@@ -128,13 +130,14 @@ private:
     transaction::Lock m_lock;
     transaction::Record m_record;
     transaction::Lines m_lines;
-    owned<IXmlDocument> m_document; // loaded first: if it changes meanwhile, the save fails
+    /// Loaded before m_entries: if the file changes after that, the save fails.
+    owned<IXmlDocument> m_document;
     transaction::Configuration m_entries;
     owned<IXmlNode> m_list;
 };
 
-/// The run levels of a service that is switched off, by the record or else by the configuration,
-/// which is all that is left if the record is lost.
+/// The run levels of a service that is switched off; none if it is not. They are those in the
+/// record or, because the record may be lost, those in the configuration.
 std::optional<std::string> levels_of(const std::string& name, Edit& edit)
 {
     const auto line = edit.lines().find(name);
@@ -168,7 +171,7 @@ std::vector<Outcome> add(const Call& call, Edit& edit)
     return {{static_cast<unsigned int>(id), name, Outcome::done, "", ""}};
 }
 
-/// What becomes of a service that is to be removed.
+/// Decides whether a service can be removed: Outcome::done if it can.
 Outcome judge_removal(const std::string& name, bool is_configured, Edit& edit)
 {
     if (const auto levels = levels_of(name, edit)) {

@@ -1,4 +1,4 @@
-// Where the module finds its configuration.
+// The path at which the module looks for its configuration.
 #pragma once
 
 namespace host

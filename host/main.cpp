@@ -32,7 +32,7 @@ bool read_line(std::FILE* in, std::string& line)
     return std::ferror(in) == 0 && (byte != EOF || !line.empty());
 }
 
-/// Runs the call in a line or on the command line, and prints why it is not one.
+/// Runs the call in a line or on the command line. If the words are not a call, prints why.
 template <class GetWords>
 ExitStatus run_words(GetWords get_words, const std::string& origin, host::CallRunner& runner,
                      host::Printer& printer)
@@ -94,10 +94,10 @@ ExitStatus serve(const Options& options, std::FILE* in, std::FILE* out)
 
 int main(int argc, char** argv)
 {
-    // gettext prefers it to LC_ALL, with which the module asks chkconfig for English words.
+    // gettext prefers LANGUAGE to LC_ALL, with which the module asks chkconfig for English words.
     unsetenv("LANGUAGE");
     Options options;
-    File out; // standard output, once the module's is another
+    File out; // standard output, as soon as that of the module was redirected to standard error
     const auto give_up = [&](const std::string& text, ExitStatus status) {
         const std::string reason = host::for_people(text);
         complain(reason);

@@ -11,9 +11,9 @@ struct Operation {
     enum class Kind {
         call,         ///< one call of the module
         service_call, ///< calls of the module in a transaction; lists the machine with chkconfig
-        description,  ///< the program's: describes the interface
-        record,       ///< the program's: prints the record
-        edit          ///< the program's: adds or removes candidates
+        description,  ///< the program itself describes the interface
+        record,       ///< the program itself prints the record
+        edit          ///< the program itself adds or removes candidates
     };
     static constexpr int same = -1;
 
@@ -23,19 +23,19 @@ struct Operation {
     Kind kind = Kind::call;
     /// Whether it may write: then it holds the lock, and signals cannot interrupt it.
     bool writes = true;
-    int from = same;               ///< the state, a transaction::Op, that it takes services from
-    int to = same;                 ///< and to; ignore_service off goes the other way
-    const char* element = nullptr; ///< of the configuration, without which it fails
+    int from = same;               ///< state, a transaction::Op, of the services that it changes
+    int to = same;                 ///< their state afterwards; ignore_service off swaps the two
+    const char* element = nullptr; ///< the element of the configuration without which it fails
 };
 
 /// In the order of the help.
 const std::vector<Operation>& all_operations();
 
-/// The operation of that name. An operation that the table does not have, one of another module,
-/// takes no arguments, and counts as writing.
+/// The operation of that name. If the table lacks it, it belongs to another module: it takes no
+/// arguments and may write.
 const Operation& find_operation(const std::string& name);
 
-/// Whether it is a command of the program, which needs no operation of the module.
+/// Whether the program carries out the operation itself, so that the module need not have it.
 bool is_own(const Operation& operation);
 
 } // namespace host

@@ -23,7 +23,7 @@ namespace
 
 constexpr const char* all_services = "--all";
 constexpr const char* short_options = ":C:m:jnw:hV";
-enum LongOption : int { full = 256, all, no_units }; // beyond the letters
+enum LongOption : int { full = 256, all, no_units }; // options without a letter
 constexpr option long_options[] = {{"directory", required_argument, nullptr, 'C'},
                                    {"module", required_argument, nullptr, 'm'},
                                    {"json", no_argument, nullptr, 'j'},
@@ -99,7 +99,7 @@ void take_option(int letter, const char* word, Options& options)
     }
 }
 
-/// The words of a call behind the operation.
+/// The arguments of a call: the words behind the operation.
 class Words
 {
 public:
@@ -113,7 +113,7 @@ public:
         require(what);
         return *m_next++;
     }
-    /// The remaining ones, at least one.
+    /// The remaining words. Throws UsageError if none is left.
     std::vector<std::string> rest(const char* what)
     {
         require(what);

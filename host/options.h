@@ -21,11 +21,11 @@ struct Options {
 
     Task task = Task::call;
     std::string module;                   ///< file to load
-    std::optional<std::string> directory; ///< to work in
-    std::optional<unsigned int> wait;     ///< at most so many seconds for the lock
+    std::optional<std::string> directory; ///< folder to work in
+    std::optional<unsigned int> wait;     ///< longest wait for the lock, in seconds
     bool json = false;
-    bool uses_units = true;         ///< switches the units of systemd where there are any
-    bool is_full = false;           ///< rows of a table are not cut
+    bool uses_units = true;         ///< switch the units of systemd, too, where systemd runs
+    bool is_full = false;           ///< do not cut the rows of a table
     bool is_rehearsal = false;      ///< only say what would be changed
     std::vector<std::string> words; ///< the operation and its arguments
 };
@@ -36,13 +36,15 @@ extern const char* const installed_directory;
 /// Output of `--help`.
 std::string help();
 
-/// Throws UsageError, after all options were read: the answer depends on `json`.
+/// Reads the command line. Throws UsageError, but only after all options were read: how the error
+/// is printed depends on `json`.
 void parse_options(int argc, char** argv, Options& options);
 
 /// Whether a word that stands for a service is its id: it has digits only. Otherwise it is a name.
 bool is_id(const std::string& word);
 
-/// Throws UsageError, whose text begins with `subject`, if it is not a number from 0 to 4294967295.
+/// The number in a text. Throws UsageError, whose text begins with `subject`, if it is not a number
+/// from 0 to 4294967295.
 rpc::int32 to_number(const std::string& text, const char* subject = "");
 
 /// Makes a call from an operation's name and its arguments, as the table of operations describes

@@ -138,7 +138,7 @@ public:
                 m_out.row({{std::to_string(param->number())}});
             }
         }
-        m_out.flush(); // "success" is not said of rows that are lost
+        m_out.flush(); // throws if rows are lost, before "success" is printed
         m_messages.row(
             {{end_of(answer) + (answer.is_rehearsal ? "; a dry run: nothing was changed" : "")}});
     }
@@ -298,7 +298,7 @@ public:
     }
 
 private:
-    /// The last object of a call.
+    /// The last object that is printed for a call.
     static Json end_of(const Answer& answer)
     {
         Json object = {{"reply", answer.status() == no_reply ? "none" : "final"}};
@@ -352,7 +352,8 @@ private:
         return object;
     }
 
-    /// An object that comes before the end; one of the module's has the code of a success.
+    /// Prints an object that comes before the last one. With `is_modules`, it stands for a reply of
+    /// the module and has the code of a success.
     void item(const Json& members, bool is_modules)
     {
         Json object = {{"reply", "item"}};

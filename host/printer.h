@@ -20,15 +20,14 @@ public:
 
     virtual void attributes(const rpc::IIfaceRealize::IAtt& attributes) = 0;
     virtual void operations(const Operations& list) = 0;
-    /// What a call listed or handled, and how it ended.
+    /// Prints what a call listed or handled, and how it ended.
     virtual void answer(const Answer& answer) = 0;
-    /// A call that was not made.
+    /// Prints why a call was not made.
     virtual void refused(const std::string& reason) = 0;
 };
 
 /// Prints aligned tables in UTF-8 to `out`, and whether a call succeeded to `messages`. Colours
-/// what goes to a terminal, and cuts rows to its width unless they are to be full. Does not close
-/// the files.
+/// what goes to a terminal, and cuts rows to its width unless `is_full`. Does not close the files.
 std::unique_ptr<Printer> table_printer(std::FILE* out, std::FILE* messages, bool is_full);
 
 /// Prints one JSON object per line, valid for any bytes in names and descriptions. Does not close

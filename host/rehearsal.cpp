@@ -22,7 +22,7 @@ Rehearsal::Rehearsal(const transaction::Say& say, const transaction::Waiting& wa
     m_folder = std::make_unique<ScratchFolder>();
     const fs::path copy = fs::absolute(configuration_path);
     fs::create_directories(copy.parent_path());
-    document->save(copy.c_str()); // another path than that it was loaded from
+    document->save(copy.c_str()); // in the scratch folder, which is the working directory now
     const transaction::Place place{
         copy.string(),
         fwbase::Descriptor(open(copy.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))};

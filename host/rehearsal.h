@@ -1,4 +1,4 @@
-// A copy of the configuration and the record on which a call can be foretold.
+// A copy of the configuration and the record, on which a call runs that must not change anything.
 #pragma once
 
 #include "host/scratch_folder.h"
@@ -9,8 +9,8 @@
 namespace host
 {
 
-/// While it lives, the working directory is a scratch folder that holds the copy, and the
-/// configuration is locked, if it has a lock file already: nothing is created beside it.
+/// While it lives, the working directory is a scratch folder that holds the copy. The configuration
+/// is locked if its lock file is there already; if not, none is created.
 class Rehearsal
 {
 public:

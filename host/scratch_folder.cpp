@@ -42,7 +42,7 @@ ScratchFolder::ScratchFolder()
 
 ScratchFolder::~ScratchFolder()
 {
-    // If this fails, the module finds no configuration any more and reports that.
+    // If this fails, the module does not find its configuration in the next call, and says so.
     static_cast<void>(fchdir(m_earlier.get()) == 0);
     std::error_code ignored;
     fs::remove_all(m_path, ignored);

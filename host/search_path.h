@@ -10,10 +10,11 @@ namespace host
 /// with systemd and the program is installed; else empty.
 std::string units_folder();
 
-/// The search path that the commands get, with absolute entries, so that they keep their meaning
-/// when the working directory changes. Ends with /usr/sbin and /sbin, which cron leaves out. `path`
-/// is that of the caller; null stands for the system's own. `units`, unless empty, comes before the
-/// system's folders, but behind those that the caller put in front of them.
+/// The search path for the module's commands. `path` is the search path of the caller; null stands
+/// for the default of the C library. Its entries are made absolute, because the working directory
+/// changes. /usr/sbin and /sbin, which cron leaves out, are added at the end if they are missing.
+/// `units`, unless empty, comes before the first folder of the system, such as /usr/bin, but behind
+/// the caller's own folders in front of that.
 std::string complete_search_path(const char* path, const std::string& units);
 
 /// Throws std::runtime_error unless the shell finds a command of that name that it can execute in

@@ -20,7 +20,7 @@ namespace
 
 using transaction::Outcome;
 
-// The codes of a call that was only foretold: what the module answers to a success.
+// The codes of a call that was not made because of --dry-run: those of a success.
 constexpr ec::EC rehearsed_result = 0x840C0000;
 constexpr ec::EC rehearsed_code = 0x80000000;
 
@@ -40,8 +40,8 @@ std::string failure_of(const std::string& operation)
                : std::string(configuration_path) + ": the element " + element + " is missing";
 }
 
-/// The calls of the module that a transaction makes. That of the requested operation, not the
-/// listings around it, gives the answer.
+/// A function that makes the module's calls for a transaction. The call of the requested operation
+/// fills `answer`; the listings before and after it do not.
 transaction::Call parts_of(rpc::IIfaceRealize& interface, const Call& call, Answer& answer)
 {
     return [&](const std::string& operation, bool flag, const transaction::Ids& ids) {
@@ -71,8 +71,8 @@ transaction::Call parts_of(rpc::IIfaceRealize& interface, const Call& call, Answ
     };
 }
 
-/// The ids of all services that are recorded as switched off. What becomes of those that are not
-/// configured is known at once.
+/// The ids of all services that are recorded as switched off. Those that are not configured have no
+/// id: their outcomes are appended to `unconfigured`.
 transaction::Ids ids_of_all(const transaction::Transaction& transaction,
                             std::vector<Outcome>& unconfigured)
 {
@@ -108,7 +108,7 @@ transaction::Ids ids_of(const Call& call, const transaction::Transaction& transa
     }
 }
 
-/// The answer of the module to a call that is not made.
+/// Fills the answer of a call that is not made because of --dry-run as the module would.
 void foretell(Answer& answer)
 {
     static const transaction::Ids none;

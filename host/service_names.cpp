@@ -11,7 +11,7 @@ namespace host
 namespace
 {
 
-/// Why a name cannot be used.
+/// Why a name that is not configured cannot be used.
 std::string refusal_of(const std::string& name, const transaction::Lines& record)
 {
     const auto line = record.find(name);

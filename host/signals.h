@@ -12,7 +12,7 @@ namespace host
 void prepare_signals();
 
 /// Ignores HUP, INT, QUIT and TERM during its lifetime, then restores their earlier dispositions.
-/// Commands inherit that. Blocking the signals would not do: shells may unblock them.
+/// Commands inherit ignored signals. Blocking them would not be enough: shells may unblock them.
 class IgnoredSignals
 {
 public:

@@ -17,7 +17,7 @@ namespace host
 namespace
 {
 
-/// Duplicates a standard stream; the module's commands do not inherit the copy.
+/// Opens a copy of a standard stream, which the module's commands do not inherit.
 File copy_stream(int stream, const char* mode, const char* name)
 {
     const int copy = fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);

@@ -50,7 +50,7 @@ void require_written(std::FILE* out);
 /// the other end, or its terminal hung up.
 void require_reader(std::FILE* out);
 
-/// The width of a terminal; none if it is no terminal, or does not say.
+/// The width of a terminal; none if the file is not a terminal or its width is unknown.
 std::optional<std::size_t> columns_of(std::FILE* out);
 
 /// Whether the output is to be coloured.

@@ -1,4 +1,4 @@
-// The history of a machine, in its system log.
+// Writes what was switched to the system log.
 #pragma once
 
 #include <string>
@@ -6,9 +6,9 @@
 namespace host
 {
 
-/// Writes a line in UTF-8, and who did it if the process belongs to a login. Facility daemon,
-/// identity optimize_host. If the variable OPTIMIZE_HOST_LOG names a file, the line is appended
-/// there instead, for a machine that is not this one; complains if that fails.
+/// Writes a line in UTF-8, with the user if the process belongs to a login. The facility is daemon,
+/// the identity optimize_host. If the variable OPTIMIZE_HOST_LOG names a file, appends the line to
+/// this file instead, for example in a test on a copy of a machine. Prints a message if that fails.
 void log_line(std::string text);
 
 } // namespace host

@@ -73,7 +73,7 @@ std::string cut(const std::string& text, std::size_t columns)
     if (used <= columns) {
         return bare + std::string(columns - used, ' ');
     }
-    std::size_t width = 1; // of the sign at the end
+    std::size_t width = 1; // of the "…" at the end
     std::size_t end = 0;
     for (std::size_t at = 0; at < text.size();) {
         width += width_of(next_character(text, at));

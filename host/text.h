@@ -15,11 +15,11 @@ std::string hexadecimal(std::uint32_t number);
 /// character, none for a combining one.
 std::size_t display_width(const std::string& text);
 
-/// The text, or its beginning and "…", so that it takes no more columns than these. Blanks at its
-/// end are cut without the sign.
+/// The text or, if it takes more than `columns`, its beginning and "…". Blanks at the end are cut
+/// off without the "…".
 std::string cut(const std::string& text, std::size_t columns);
 
-/// A word of a user's for a message: at most 200 bytes of it.
+/// A word that a user has typed, for a message: at most its first 200 bytes.
 std::string shortened(const std::string& word);
 
 } // namespace host

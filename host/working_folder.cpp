@@ -26,7 +26,7 @@ const std::string& installed_configuration()
     return path;
 }
 
-/// Nothing is there, not even a link that leads nowhere.
+/// Whether nothing is at the path, not even a link that leads nowhere.
 bool is_missing(const std::string& path)
 {
     struct stat status = {};
@@ -40,8 +40,8 @@ bool is_shared(const struct stat& status)
            ((status.st_mode & S_IWGRP) != 0 && status.st_gid != getegid());
 }
 
-/// The first part of the path, and of the links on it, that another user can change or create;
-/// empty if there is none.
+/// Follows a path from `folder` on, with all links in it. Returns the first file or folder on the
+/// way that another user can change or create; empty if there is none.
 fs::path find_foreign(const fs::path& path, fs::path folder = {})
 {
     for (const fs::path& part : path) {
@@ -63,7 +63,7 @@ fs::path find_foreign(const fs::path& path, fs::path folder = {})
             }
         } else if (is_shared(status) &&
                    !(S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0)) {
-            return next; // in a sticky folder, everybody can change only what is his own
+            return next; // in a sticky folder, users can change only their own files
         }
         folder = next;
     }

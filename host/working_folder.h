@@ -17,8 +17,8 @@ void enter_working_folder(const std::optional<std::string>& directory);
 /// Says that there is no configuration, and in which places; empty if there is one.
 std::string missing_configuration();
 
-/// A reason as people need it: it names the configuration by its absolute path, and says so if root
-/// would have had the rights that were missing. May be given its own result.
+/// A reason for people: the configuration's path is made absolute, and "; run as root" is added if
+/// rights were missing. Does not change a reason that it has returned itself.
 std::string for_people(std::string reason);
 
 } // namespace host
