@@ -223,7 +223,7 @@ void CallRunner::tell_what_lacks(const Call& call, const Answer& answer, const S
     }
     if (operation.kind == Kind::call && call.arguments.ids &&
         answer.items.size() < call.arguments.ids->size()) {
-        say("not handled:" + missing_ids(*call.arguments.ids, answer.items));
+        say("ids not handled:" + missing_ids(*call.arguments.ids, answer.items));
     }
 }
 

@@ -40,9 +40,9 @@ void require_switchable(const std::string& name)
                               : name.front() == '-' || name == "." || name == ".." ||
                                       name.find("0:") != std::string::npos // of a listing's columns
 
-                                  ? "is no service's name"
+                                  ? "is not a valid name of a service"
                                   : std::any_of(name.begin(), name.end(), is_interpreted)
-                                        ? "has a character that no command can take"
+                                        ? "has a character that commands cannot take"
                                         : nullptr;
     if (fault != nullptr) {
         throw Refused("'" + name + "' " + fault);
@@ -92,8 +92,8 @@ public:
             largest = std::max(largest, static_cast<int>(entry.id));
         }
         if (largest == std::numeric_limits<int>::max()) {
-            throw Refused("no id is larger than " + std::to_string(largest) +
-                          ", which the configuration has already");
+            throw Refused("no id is free: the configuration has the largest one, " +
+                          std::to_string(largest));
         }
         return largest + 1;
     }

@@ -140,7 +140,7 @@ void take_services(const std::vector<std::string>& services, bool are_ids, Call&
     std::vector<unsigned int> ids;
     for (const std::string& service : services) {
         if (service.empty()) {
-            throw UsageError("'' is no service");
+            throw UsageError("'' is not a name or an id of a service");
         }
         if (are_ids || is_id(service)) {
             ids.push_back(to_number(service));
@@ -156,7 +156,8 @@ void take_services(const std::vector<std::string>& services, bool are_ids, Call&
 void require_name(const std::string& name)
 {
     if (name.empty() || is_id(name)) {
-        throw UsageError("'" + name + "' is no name" + (name.empty() ? "" : ", but an id"));
+        throw UsageError("'" + name +
+                         (name.empty() ? "' is not a name" : "' is an id, not a name"));
     }
 }
 

@@ -23,7 +23,7 @@ int print_list(const std::string& tool)
 {
     const systemd::Outcome listing = systemd::list(root, tool);
     if (!(std::cout << listing.output << std::flush)) {
-        throw std::runtime_error("cannot write the list");
+        throw std::runtime_error("cannot write the list to standard output");
     }
     return listing.status;
 }
@@ -38,12 +38,16 @@ void switch_unit(const std::string& unit, const std::string& levels, const std::
     (state == "on" ? systemd::switch_on : systemd::switch_off)(root, unit);
 }
 
-[[noreturn]] void replace_by(const std::string& tool, char** arguments)
+/// Leaves the call to another chkconfig. `name` is that of the service; empty if the call has none.
+[[noreturn]] void replace_by(const std::string& tool, const std::string& name, char** arguments)
 {
+    if (tool.empty() && !name.empty()) {
+        throw std::runtime_error(name + ": there is no such unit, and no other chkconfig on the "
+                                        "search path to switch it");
+    }
     if (tool.empty()) {
-        throw std::runtime_error("there is no such unit, and no other chkconfig on the search path "
-                                 "that could do this; usage: chkconfig --list | --level LEVELS "
-                                 "NAME on|off");
+        throw std::runtime_error("usage: chkconfig --list | --level LEVELS NAME on|off; for other "
+                                 "calls, no other chkconfig is on the search path");
     }
     execv(tool.c_str(), arguments);
     throw std::runtime_error(tool + ": cannot start: " + std::strerror(errno));
@@ -61,10 +65,10 @@ int main(int argc, char** argv)
         if (argc == 2 && words[1] == "--list") {
             return print_list(tool);
         }
-        const std::string unit =
-            argc == 5 && words[1] == "--level" ? systemd::find_unit(root, words[3]) : "";
+        const std::string name = argc == 5 && words[1] == "--level" ? words[3] : "";
+        const std::string unit = name.empty() ? "" : systemd::find_unit(root, name);
         if (unit.empty()) {
-            replace_by(tool, argv);
+            replace_by(tool, name, argv);
         }
         switch_unit(unit, words[2], words[4]);
         return 0;

@@ -37,7 +37,7 @@ TEST_F(AdministrationTest, EditsTheCandidates)
 {
     const std::string added = "\n            <info id=\"31\" name=\"atd\" op=\"3\" level=\"off\" "
                               "xinetd=\"0\" desc=\"a  &lt;b&gt; 打印\"/>\n            </service",
-                      invalid = "has a character that no command can take",
+                      invalid = "has a character that commands cannot take",
                       off = "it is switched off, and was on in 2345: restore_service cups first";
     const struct {
         std::string steps;
@@ -53,14 +53,14 @@ TEST_F(AdministrationTest, EditsTheCandidates)
         {"$H add_service cups x; diff " CONF " old", 0,
          "{\"reply\":\"final\",\"unchanged\":[{\"id\":3,\"name\":\"cups\"}]}\n",
          "already configured"},
-        {"$H add_service 12", 2, "none", "'12' is no name, but an id; usage: add_service NAME"},
+        {"$H add_service 12", 2, "none", "'12' is an id, not a name; usage: add_service NAME"},
         {"$H add_service 'a;b'", 1, "none", invalid},
         {"$H add_service a/b", 1, "none", invalid},
-        {"$H add_service -- -a", 1, "none", "'-a' is no service's name"},
+        {"$H add_service -- -a", 1, "none", "'-a' is not a valid name of a service"},
         {"$H add_service $(printf %0201d 0)x", 1, "none", "is longer than 200 bytes"},
         {"$H add_service atd $(printf '\\377')", 1, "none", "not UTF-8"},
         {"sed -i s/-4/2147483647/ " CONF "; $H add_service atd", 1, "",
-         "no id is larger than 2147"},
+         "no id is free: the configuration has the largest one, 2147"},
         {"sed -i s/service_optimize/x/ " CONF "; $H add_service atd", 1, "",
          "conf.xml: the element service_optimize is missing"},
         {"sed -i s/optimize_num/x/g " CONF "; $H get_optimize_num", 1,
@@ -71,7 +71,7 @@ TEST_F(AdministrationTest, EditsTheCandidates)
          "{\"reply\":\"final\",\"unchanged\":[{\"name\":\"nosuch\"}]}\n",
          "nosuch is not configured", "optimize>\n            <!-- cups -->\n"},
         {"sed -i /info/d " CONF "; $H add_service atd", 0, "\"ids\":[1]"},
-        {"$H remove_service 3", 2, "none", "'3' is no name, but an id"},
+        {"$H remove_service 3", 2, "none", "'3' is an id, not a name"},
         {"$H optimize_service cups; $H remove_service cups sshd", 1,
          R"("not_handled":[{"id":3,"name":"cups","reason":"optimized")", off,
          "name=\"cups\" op=\"1"},

@@ -118,7 +118,7 @@ TEST_F(RecordTest, ForgetsNothing)
         {off + "echo '\"$REAL\" --list | head -c 900; exit' >listing; " + list + good + on},
         {off + "echo 'export LC_ALL=zh_CN' >listing; " + list + good + on},
         {off + "cp old " CONF "; " + list + on},
-        {off + "rm " RECORD "; " + on, "cups", "cups is off and the configuration calls it"},
+        {off + "rm " RECORD "; " + on, "cups", "cups is off, and the configuration marks it"},
         {off + "sed -i /cups/d " CONF "; " + list + "$H restore_service cups", "none",
          "cups: not configured; it was on in 2345", 1, false},
         {off + "sed -i /cups/d " CONF "; " + list + "cp old " CONF "; " + on},

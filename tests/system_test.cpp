@@ -81,7 +81,7 @@ TEST_F(SystemTest, AnswersOnTheCommandLine)
         {"get_optimize_num", 0, "3\n", "success (code 0x80000000)\n"},
         {"--json set_optimize_sorce 4294967295", 0, final + "}\n", ""},
         {"--json optimize_other 1 2", 0, final + ",\"ids\":[]}\n",
-         "optimize_host: optimize_other: not handled: 1 2\n"},
+         "optimize_host: optimize_other: ids not handled: 1 2\n"},
         {"ignore_service on 15 2 2", 0, "        ID  NAME\n         2  atd\n",
          "ignore_service: sshd (15) is already ignored\n"},
         {"--json - <calls", 2,

@@ -20,7 +20,8 @@ bool is_deliverable(const Entry& entry)
 
 /// Throws unless the file agrees with the replies of the listing: somebody may have replaced it
 /// after the module wrote it.
-void require_agreement(const std::vector<Entry>& entries, const std::vector<Reply>& replies)
+void require_agreement(const std::string& path, const std::vector<Entry>& entries,
+                       const std::vector<Reply>& replies)
 {
     auto reply = replies.begin();
     const bool agrees = std::all_of(entries.begin(), entries.end(), [&](const Entry& entry) {
@@ -32,7 +33,7 @@ void require_agreement(const std::vector<Entry>& entries, const std::vector<Repl
         return entry.op == unavailable || !is_deliverable(entry);
     });
     if (!agrees || reply != replies.end()) {
-        throw std::runtime_error("the configuration was replaced during the listing");
+        throw std::runtime_error(path + ": replaced by another program during the listing");
     }
 }
 
@@ -146,7 +147,7 @@ void GuardedListing::list(const Names& switched, bool is_first)
     m_configuration.save();
     const std::vector<Reply> replies = m_call("ls_service", false, {});
     m_configuration.read();
-    require_agreement(m_configuration.entries(), replies);
+    require_agreement(m_lock.place().path, m_configuration.entries(), replies);
     m_views.clear();
     for (const Entry& entry : m_configuration.entries()) {
         m_views.emplace(entry.name, View{true, entry.op, entry.level});
@@ -196,8 +197,8 @@ void GuardedListing::settle_off(const std::string& name, Line& line, bool is_fir
         m_say("an interrupted call had switched " + name + " off; it can be restored");
     }
     if (is_first && m_taken_over.count(name) != 0) {
-        m_say(name + " is off and the configuration calls it optimized (on " + on_in(line.levels) +
-              "), which the record did not know: taken over");
+        m_say(name + " is off, and the configuration marks it as optimized (on " +
+              on_in(line.levels) + "): added to the record, which lacked it");
     }
     line.state = State::off;
 }

@@ -206,8 +206,9 @@ Verdict Transaction::Work::end_mark(const std::string& name, bool flag, const Id
     const bool is_handled =
         std::find_first_of(own.begin(), own.end(), handled.begin(), handled.end()) != own.end();
     if (is_handled && flag && before != nullptr) {
-        m_say(name + " is on in run levels " + m_machine.view_of(name).level + " and was on in " +
-              before->levels + " before it was switched off: these run levels are forgotten");
+        m_say(name + " is on in run levels " + m_machine.view_of(name).level +
+              "; its run levels from before it was switched off, " + before->levels +
+              ", are forgotten");
     }
     if (is_handled) {
         return done;
@@ -374,7 +375,7 @@ Verdict Transaction::Work::end_switch(const std::string& name, bool on, const Id
     message += position_of(view, line == nullptr ? view.level : line->levels);
     if (on && !is_handled && before.line != nullptr && before.line->levels == "on" &&
         view.is_off()) {
-        message += "; if it is no service of xinetd any more, switch it on by hand: chkconfig "
+        message += "; if xinetd does not start it any more, switch it on by hand: chkconfig "
                    "--level LEVELS " +
                    name + " on";
     }
