@@ -198,14 +198,14 @@ def test_spoiled_answer(page):
     (MACHINE / "bin/note-cups").touch()
     page.press("off", "cups")
     page.shows("#result", "1 service is switched off.\nTrouble with 1 service:\n"
-                          "cups: the answer is not complete; found afterwards: Switched off")
+                          "cups: the answer of the program is not complete; state found afterwards: Switched off")
     assert not page.find("#undo").is_displayed(), "somebody else may have switched it"
 
 
 def test_program_cannot_start(page):
     OURS.rename(PLACE / "away")
     page.press("off", "cups", "atd")
-    page.shows("#result", f"1 service was not begun.\nTrouble with 1 service:\natd: {OURS} is not there")
+    page.shows("#result", f"1 service was left as it was.\nTrouble with 1 service:\natd: {OURS} does not exist")
     (PLACE / "away").rename(OURS)
 
 
@@ -220,14 +220,16 @@ def test_killed(page):
         page.press("off", name)
         with release(name):
             kill()
-        page.shows("#result", f"1 service:\n{name}: ended by the signal KILL; found afterwards: {state}")
+        page.shows("#result", f"1 service:\n{name}: the program was ended by the signal KILL; "
+                              f"state found afterwards: {state}")
         assert ("is switched off." in page.find("#result").text) == (name == "cups"), page.find("#result").text
     hold("postfix")
     page.press("off", "postfix")
     with release("postfix"):
         OURS.rename(PLACE / "away")
         kill()
-    page.shows("#result", f"postfix: ended by the signal KILL; what it did is not known: {OURS} is not there")
+    page.shows("#result", "postfix: the program was ended by the signal KILL; whether services were changed is not "
+                          f"known: {OURS} does not exist")
     (PLACE / "away").rename(OURS)
 
 
@@ -248,7 +250,7 @@ def test_stop(page):
         page.shows("#progress", "Switching off atd")
         page.has_focus(page.find("#progress"))
         page.press("stop")
-    page.shows("#result", "1 service is switched off.\n2 services were not begun.")
+    page.shows("#result", "1 service is switched off.\n2 services were left as they were.")
 
 
 def test_many(page):
@@ -259,7 +261,7 @@ def test_many(page):
     with release("postfix"):
         page.shows("#progress", "Switching off postfix, sendmail, nfslock, autofs, kdump")
         page.press("stop")
-    page.shows("#result", "9 services are switched off.\n6 services were not begun.\nTrouble with 1 service:\natd: ")
+    page.shows("#result", "9 services are switched off.\n6 services were left as they were.\nTrouble with 1 service:\natd: ")
     page.press("undo")
     page.shows("#result", "9 services are on again.")
 
@@ -395,7 +397,7 @@ def without_rights(page):
     assert not page.all("#tools button:enabled"), "buttons without rights"
     page.shoot("no-rights")
     CONF.write_text((ROOT / "config/system_operation/conf.xml").read_text())
-    page.shows("#empty", "Not looked yet: turn on administrative access.")
+    page.shows("#empty", "The services were not listed yet: turn on administrative access.")
 
 
 def passes(name, test, page):

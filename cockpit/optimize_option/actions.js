@@ -1,4 +1,4 @@
-// What can be done to services, and how it is done: in several calls, so that it can be stopped between two.
+// The actions on services. An action makes several calls, so that it can be stopped between two.
 import { On, Off, Ignored, stateName } from "./configuration.js";
 import { call } from "./program.js";
 
@@ -41,8 +41,8 @@ const sizeOfGroup = count => count > 5 ? 5 : 1;
 
 const namesOf = services => services.map(service => service.name);
 
-// Whether an answer says of each service what became of it. A line of it can be lost: a command that ends
-// without an end of line spoils the next one.
+// Whether an answer says of each service what became of it. A line of an answer can be lost: if a command
+// prints a text without an end of line, the next line of the answer is joined to it.
 function isComplete(group, answer) {
     if (answer.end === null || answer.end.error) return true; // nothing was done
     const told = [...answer.end.unchanged ?? [], ...answer.end.not_handled ?? []];
@@ -62,28 +62,29 @@ function judge(group, answer) {
     return { changed: group.filter(service => done.has(service.name)), failures };
 }
 
-// The same for a call without a complete answer: lists again, and tells what became of its services.
+// The same for a call without a complete answer: lists the services to find out what became of them.
 async function findOut(action, group, answer, onWait) {
-    const reason = answer.reason ?? _("the answer is not complete");
+    const reason = answer.reason ?? _("the answer of the program is not complete");
     const listing = await call(["ls_service"], onWait);
     if (listing.reason !== null) {
-        const text = cockpit.format(_("$0; what it did is not known: $1"), reason, listing.reason);
+        const text = cockpit.format(_("$0; whether services were changed is not known: $1"), reason, listing.reason);
         return { changed: [], failures: [{ names: namesOf(group), text }] };
     }
     const found = new Map(listing.items.flatMap(item => item.services).map(each => [each.name, each.op]));
     const stateOf = service => found.get(service.name);
     const textOf = service =>
-        cockpit.format(_("$0; found afterwards: $1"), reason, stateName(stateOf(service)));
+        cockpit.format(_("$0; state found afterwards: $1"), reason, stateName(stateOf(service)));
     return {
         changed: group.filter(service => stateOf(service) === action.to && service.state !== action.to),
         failures: group.map(service => ({ names: [service.name], text: textOf(service) })),
     };
 }
 
-// Does an action to services. `watcher` has `look`, which reads the configuration anew and gives its
-// services, `show(group, position)`, `onWait`, and `isStopped`. Gives the services that were changed, the
-// failures with names and text, how many services were not begun, and whether all changes are its own:
-// during a call without an answer, somebody else may have made them.
+// Does an action to services. `watcher` has `look`, which reads the configuration again and returns its
+// services, `show(group, position)`, `onWait`, and `isStopped`. Returns `changed`, the services that were
+// changed; `failures`, with names and text; `left`, the number of services that were left as they were;
+// `areOwn`, whether this action has made all changes: during a call without an answer, another program may
+// have made some.
 export async function run(action, services, watcher) {
     const result = { changed: [], failures: [], left: 0, areOwn: true };
     const size = sizeOfGroup(services.length);
@@ -106,12 +107,12 @@ export async function run(action, services, watcher) {
     return result;
 }
 
-// The lines that tell a result; the failures follow the last one.
+// The lines that describe a result. The page shows the failures after the last line.
 export function describe(action, { changed, failures, left }) {
     const lines = [];
     const failed = failures.flatMap(failure => failure.names).length;
     if (changed.length > 0) lines.push(action.done(changed.length));
-    if (left > 0) lines.push(plural("$0 service was not begun.", "$0 services were not begun.", left));
+    if (left > 0) lines.push(plural("$0 service was left as it was.", "$0 services were left as they were.", left));
     if (failed > 0) lines.push(plural("Trouble with $0 service:", "Trouble with $0 services:", failed));
-    return lines.length > 0 ? lines : [_("Nothing was changed: all were in that state already.")];
+    return lines.length > 0 ? lines : [_("Nothing was changed: all services were in that state already.")];
 }

@@ -10,8 +10,9 @@ export function stateName(state) {
     return [_("On"), _("Switched off"), _("Ignored")][state] ?? _("Not available");
 }
 
-// Throws an Error if the text is no configuration; null stands for a missing file. Entries of one name
-// are one service to the program, so they are one here.
+// Returns the services and the score in the text of a configuration; null stands for a missing file.
+// Throws an Error if the text is not a configuration. Entries of one name are one service, as for the
+// program.
 export function parse(text) {
     if (text === null) throw new Error(_("the file is missing"));
     const document = new DOMParser().parseFromString(text, "application/xml");

@@ -11,14 +11,14 @@ const element = id => document.getElementById(id);
 const permission = cockpit.permission({ admin: true });
 const file = cockpit.file(configuration);
 
-let latest = null;        // what was read last: { text, error }
+let latest = null;        // the last reading of the configuration: { text, error }
 let all = new Map();      // the services, by name
 let services = new Map(); // those that are available
 let score = 0;
-let lines = new Map();    // of the record, by name
+let lines = new Map();    // the lines of the record, by name
 let problem = null;       // why the configuration cannot be shown as it is
-let isBusy = false;       // an own call runs
-let isAsked = false;      // the machine was listed on opening, or that was tried
+let isBusy = false;       // this page runs a call
+let isAsked = false;      // a listing was started after the page was opened
 let isListed = false;     // the last listing was a success
 let isStopped = false;
 let undo = null;          // does the opposite of the last action
@@ -45,7 +45,7 @@ function showSummary() {
 function showEmpty() {
     const text = services.size > 0 || problem ? ""
         : isListed ? _("This machine has none of the optional services. The page “Services” shows all of them.")
-            : permission.allowed === false ? _("Not looked yet: turn on administrative access.")
+            : permission.allowed === false ? _("The services were not listed yet: turn on administrative access.")
                 : "";
     setText(element("empty"), text);
     element("empty").hidden = text === "";
@@ -54,7 +54,7 @@ function showEmpty() {
     }
 }
 
-// Whatever depends on the ticks, on the rights and on a running call.
+// Shows what depends on the ticks, on the rights and on a running call.
 function showControls() {
     const { names, hidden } = ticked();
     const isPossible = permission.allowed && !problem && !isBusy;
@@ -76,7 +76,8 @@ function showControls() {
     element("problem").hidden = !problem;
 }
 
-// Shows what was read last, with what the record knows. An unreadable file leaves the rows as they are.
+// Shows the last reading of the configuration, with the lines of the record. Keeps the rows if the
+// configuration could not be read.
 function show() {
     try {
         if (latest.error) throw latest.error;
@@ -102,9 +103,9 @@ function show() {
     document.body.hidden = false;
 }
 
-// Reads the configuration anew and shows it. Gives the services.
+// Reads the configuration again and shows it. Returns the services.
 async function look() {
-    await file.read().then(() => {}, () => {}); // the watch hears of both
+    await file.read().then(() => {}, () => {}); // the watch of the file gets the text or the error
     show();
     return services;
 }
@@ -119,17 +120,17 @@ function showProgress(text, position, total) {
     const bar = document.querySelector("progress");
     if (total) [bar.max, bar.value] = [total, position];
     else bar.removeAttribute("value");
-    element("progress").classList.toggle("floating", !total); // moves nothing that may be clicked
-    element("stop").hidden = !(total > 1); // it acts between two calls
+    element("progress").classList.toggle("floating", !total); // so that no button moves under a click
+    element("stop").hidden = !(total > 1); // Stop works between two calls only
     element("progress").hidden = false;
 }
 
 const onWait = () => setText(element("progress-text"),
                              _("Waiting: another program is changing services"));
 
-// Does something that calls the program. `work` gives a function that shows the result and says where that
-// is. The focus follows from what was pressed to the progress and then to the result, unless the person has
-// moved it elsewhere meanwhile.
+// Does something that calls the program. `work` returns a function that shows the result and returns its
+// element. With `isFollowed`, the focus moves from the pressed button to the progress and then to the
+// result, unless the user has moved it elsewhere meanwhile.
 async function whileBusy(isFollowed, work) {
     isBusy = true;
     showControls();
@@ -165,7 +166,7 @@ function showResult(texts, failures, isFailure) {
 }
 
 function list(isFollowed) {
-    showProgress(_("Looking at the machine"));
+    showProgress(_("Listing the services of this machine"));
     return whileBusy(isFollowed, async () => {
         const answer = await call(["ls_service"], onWait);
         await look();
@@ -173,12 +174,13 @@ function list(isFollowed) {
         return () => {
             if (isListed) return element("refresh");
             undo = null;
-            return showResult([_("The machine could not be listed:"), answer.reason], [], true);
+            return showResult([_("The services of this machine could not be listed:"), answer.reason], [], true);
         };
     });
 }
 
-// The ticked services of other states are left alone; those of an Undo are told.
+// Does an action to the services of these names that are in the right state. An Undo reports the others as
+// failures.
 function act(action, names, isUndo = false) {
     const chosen = names.map(name => services.get(name)).filter(each => each && action.from(each));
     const started = (group, position) => showProgress(
@@ -195,7 +197,7 @@ function act(action, names, isUndo = false) {
             const changed = result.changed.map(service => service.name);
             untick(changed);
             showControls();
-            // A service that was partly off cannot be brought back to that.
+            // No Undo if a service was only partly off: no operation makes it partly off again.
             undo = changed.length > 0 && result.areOwn && !result.changed.some(service => service.isPartly)
                 ? () => act(actions[action.undo], changed, true) : null;
             return showResult(describe(action, result), result.failures, result.failures.length > 0);
@@ -247,7 +249,7 @@ function listenToMachine() {
         if (!isBusy) show();
         listOnce();
     });
-    // Reading it needs rights; that it has changed can be seen without.
+    // Only root can read the record, but every user can see that it has changed.
     cockpit.file(record).watch(async () => {
         if (isBusy || latest === null) return;
         await readRecord();

@@ -7,7 +7,7 @@ const _ = cockpit.gettext;
 const body = document.querySelector("tbody");
 const template = document.getElementById("row");
 const rows = new Map(); // by name
-let rowOfFocus = null;  // which is out of sight
+let rowOfFocus = null;  // the row that had the focus when it was hidden
 
 const box = row => row.querySelector("input");
 const isGone = row => row.classList.contains("gone");
@@ -47,7 +47,8 @@ function fill(row, service) {
     setText(level, levels(service.level));
 }
 
-// A row that goes out of sight takes the focus along, and brings it back unless that is elsewhere now.
+// Remembers a row that is hidden while it has the focus. Gives the focus back when the row is shown again,
+// unless the focus is elsewhere by then.
 function followFocus(row, hadFocus) {
     if (hadFocus && isGone(row)) rowOfFocus = row;
     if (row !== rowOfFocus || isGone(row)) return;
@@ -56,7 +57,7 @@ function followFocus(row, hadFocus) {
 }
 
 // Brings the rows in line with the services, in their order. The row of a service that is not available is
-// out of sight: in the middle of a call of somebody else a service may be so for a moment.
+// hidden and not removed: during a call of another program, a service may be unavailable for a moment.
 export function showRows(services) {
     for (const [name, row] of rows) {
         if (!services.has(name)) {

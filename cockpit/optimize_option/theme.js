@@ -1,4 +1,4 @@
-// Light or dark, as the shell around the page is set. Not a module, so that it runs before the page is drawn.
+// Makes the page light or dark like the shell around it. Not a module, so that it runs before the page is drawn.
 {
     const system = matchMedia("(prefers-color-scheme: dark)");
     const apply = style => {
