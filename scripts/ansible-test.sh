@@ -85,12 +85,12 @@ contents() {
     (cd "$place/machines" && find . -type f -exec cksum {} + | sort)
 }
 
-# The contents are $2 again, except for files with $3 in their names.
+# Checks that the contents are $2, except for files with $3 in their names.
 check_contents() {
-    diff <(grep -v "${3:-^$}" <<<"$2") <(contents | grep -v "${3:-^$}") >"$log" || die "$1: the machines are not as before"
+    diff <(grep -v "${3:-^$}" <<<"$2") <(contents | grep -v "${3:-^$}") >"$log" || die "$1: files of the machines have changed"
 }
 
-# Whatever a write would change, but for what belongs to the test.
+# The names, rights, sizes and times of the machines' files, which would show any write.
 traces() {
     (cd "$place/machines" && find . -mindepth 2 -printf '%p %y %m %s %i %T@ %C@ %l\n' | sort)
 }
@@ -129,7 +129,7 @@ $found"
     *) [[ $status -eq 0 ]] ;;
     esac || die "$title: status $status"
     if [[ $expected != *changed=1* || $look == traces ]]; then
-        [[ $($look) == "$before" ]] || die "$title: something has changed"
+        [[ $($look) == "$before" ]] || die "$title: files of the machines must not change, but have"
     fi
     echo "$title: as expected"
 }
@@ -139,7 +139,7 @@ optimize() {
     play "$1" "$2" -i "$place/alike" optimize_option.services.optimize -e optimize_batch=100% -e "$3" "${@:4}"
 }
 
-# The log shows the differences $2 and $3 on each machine, with headers.
+# Checks that the log shows the differences $2 and $3 on each machine, with headers.
 check_differences() {
     local machine line
     for machine in "${machines[@]}"; do
@@ -150,7 +150,7 @@ check_differences() {
     done
 }
 
-# The playbook on machines that are alike.
+# The playbook of the collection on machines that are alike.
 test_playbook() {
     local names='"optimize_names": ["cups", "rsync"]' first
     add_machines alike one two three
@@ -189,7 +189,7 @@ two changed=0 failed=1 *there is no $place/machines/two/config/system_operation/
         '{"optimize_names": ["atd"]}' -i "$place/unreachable" --check
 }
 
-# Marks, reasons, and calls that were interrupted.
+# Ignored services, reasons of services that were not handled, and calls that were interrupted.
 test_marks() {
     local machine first atd='"optimize_names": ["atd"]' both='"optimize_names": ["atd", 99]'
     local cups='"optimize_names": ["cups"], "optimize_state": "restored"'
@@ -372,8 +372,9 @@ END
     play "$1" "$5" -i "$place/differing" "$place/group.yml" "${@:6}"
 }
 
-# Makes the machines that differ. One lacks rsync, or has it ignored, or cups is off already; commands fail, a
-# call is in progress, the configuration is broken, the program ends without an answer, or nobody answers.
+# Makes machines that differ from the one called plain. One lacks rsync; on others cups is off already, rsync is
+# ignored, commands fail, another call holds the lock, the configuration is broken, or the program ends without
+# an answer. One cannot be reached.
 add_differing_machines() {
     local lock
     add_machines differing plain missing off ignored failing held broken silent
@@ -395,7 +396,7 @@ END
     chmod +x "$place/machines/silent/bin/optimize_host"
 }
 
-# Machines that differ, and handlers.
+# A playbook on machines that differ, and its handlers.
 test_group() {
     local first failures
     local changed='changed=1 failed=0 handler All assertions passed'
@@ -426,7 +427,7 @@ $failures"
     check_contents 'rolling back' "$first" missing/config # the entry of rsync loses its level
 }
 
-# A remote_tmp from which nothing can be executed, and a login that lacks the folder of chkconfig.
+# A machine whose remote_tmp forbids to execute files, and whose login lacks the folder of chkconfig.
 test_bare() {
     local namespace=(unshare -m)
     [[ $EUID -eq 0 ]] || namespace=(unshare -rm)
@@ -474,7 +475,7 @@ test_collection() {
     fi
 }
 
-# What is built and installed is what is tested.
+# Builds the collection and installs it, because the tests use it as its users do.
 ansible-galaxy collection build --output-path "$place" ansible >"$log" 2>&1 || die 'cannot build the collection'
 ansible-galaxy collection install --offline -p "$place/collections" "$place"/*.tar.gz >"$log" 2>&1 ||
     die 'cannot install the collection'

@@ -18,7 +18,7 @@ OPTIONS = {
 
 
 def end_with_reader(program):
-    """Has a program that waits for the lock end when nobody reads this module's output any more, for example
+    """Ends a program that waits for the lock as soon as nobody reads this module's output any more, for example
     after the timeout of a task. A program that has begun its call ignores the signal."""
     def watch():
         output = select.poll()
@@ -49,7 +49,7 @@ def run(module, arguments):
     rc, out, err = module.run_command(command, expand_user_and_vars=False,
                                       before_communicate_callback=end_with_reader)
     calls = [([], {})]
-    for line in out.split('\n')[:-1]:  # without one that was cut off
+    for line in out.split('\n')[:-1]:  # without a last line that was cut off
         reply = json.loads(line)
         if reply['reply'] == 'item':
             calls[-1][0].append(reply)
@@ -69,7 +69,8 @@ def failed(final):
 
 
 def messages(err, finals):
-    """The lines of optimize_host that are neither about a requested service nor an error."""
+    """The warnings of optimize_host: its lines except errors, those about a requested service, and the line about an
+    empty record."""
     known = [': %s ' % label(each) for final in finals for kind in ('unchanged', 'not_handled')
              for each in final.get(kind, [])]
     errors = tuple(final['error'] for final in finals if 'error' in final)
@@ -80,7 +81,7 @@ def messages(err, finals):
 
 
 def reason(rc, finals, warnings, skip=()):
-    """Why a run failed, in the words of optimize_host. Services with a reason in `skip` are no failures."""
+    """Why a run failed, in the words of optimize_host. Services with a reason in `skip` do not count as failures."""
     for final in finals:
         if 'error' in final:
             return final['error']

@@ -120,7 +120,7 @@ STATES = ['none', 'optimized', 'ignored']  # by their numbers
 
 
 def service_of(item):
-    """A service of a listing, with words for people."""
+    """A service of a listing, with the words of this module for its members and its state."""
     service = item['services'][0]
     number = service.pop('op')
     service['state'] = STATES[number] if number in (0, 1, 2) else 'state %d' % number

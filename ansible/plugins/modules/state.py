@@ -179,7 +179,8 @@ STATES = {
     'listed': (['ignore_service', 'off'], 'ignored', 'none'),
 }
 
-# Reasons for which machines differ. The others are failures.
+# Reasons that `skip` can name: the machine has the service in another state, or lacks it. All other reasons are
+# failures.
 REASONS = ['not listed', 'off', 'optimized', 'ignored', 'not configured']
 
 # Reasons after which the machine may have been changed all the same.
