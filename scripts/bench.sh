@@ -15,7 +15,7 @@ root=$PWD
 place=$(mktemp -d -p "${TMPDIR:-$build}")
 trap 'rm -rf "$place"' EXIT
 
-# The listing of the embedded machine, as cheap as a command gets.
+# A stand-in for chkconfig that prints the listing of the embedded machine at the least cost.
 mkdir "$place/bin"
 printf '#!/bin/sh\nexec cat %q\n' "$root/machine/chkconfig-list.txt" >"$place/bin/chkconfig"
 chmod +x "$place/bin/chkconfig"

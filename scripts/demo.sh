@@ -52,7 +52,8 @@ for tool in chkconfig sed; do
         die "programs cannot run in $machine; set TMPDIR to a folder where they can"
 done
 
-# Whatever comes first on the search path, the units of this machine are not switched.
+# Without --no-units, the program could put a chkconfig in front of the demo's that switches the units of this
+# machine.
 optimize_host() {
     command optimize_host --no-units "$@"
 }
@@ -106,8 +107,8 @@ heading 'Switching everything back on that was switched off'
 run 'optimize_host restore_service --all'
 expect ' 3  cups.* 30  rsync'
 run "$levels"
-[[ $output == "$before" ]] || die 'the run levels are not those of before'
-echo 'The run levels are those of before.'
+[[ $output == "$before" ]] || die 'the run levels differ from those before the switch'
+echo 'The run levels are the same as before the switch.'
 
 heading 'An ignored service is left alone'
 run 'optimize_host ignore_service on atd'

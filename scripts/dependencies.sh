@@ -9,7 +9,7 @@ if command -v apt-get >/dev/null; then
 elif command -v dnf >/dev/null; then
     manager=dnf
 else
-    echo 'neither apt-get nor dnf is here to install with; README.md names what the build needs' >&2
+    echo 'dependencies.sh: this machine has neither apt-get nor dnf; README.md names the packages to install' >&2
     exit 1
 fi
 
@@ -113,7 +113,7 @@ need() {
     [[ ${#missing[@]} -ne 0 ]] || return 0
 
     if [[ $EUID -ne 0 ]] && ! command -v sudo >/dev/null; then
-        echo "not root and no sudo; to be installed first: ${missing[*]}" >&2
+        echo "dependencies.sh: installing needs root's rights or sudo; missing packages: ${missing[*]}" >&2
         exit 1
     fi
     echo "Installing ${missing[*]}" >&2

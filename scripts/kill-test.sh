@@ -5,9 +5,10 @@
 # First the score is written, by several processes at once and by killed ones: the configuration
 # must always be the old file or a new one. Then services are switched under every kind of
 # interruption, with bad listings, and with older copies of the configuration. At last commands
-# fail, lie or stop halfway, and ids change their services; and a daemon with four threads is stopped
-# or killed, alone or with its commands. After each round the tools work again: restoring all services must bring back exactly their run levels. Nothing that was not requested
-# may be switched, and no mark may be lost. A seed repeats the choices, but not the moments in time.
+# fail, report a false success or stop halfway, and ids change their services; and a daemon with four
+# threads is stopped or killed, alone or with its commands. After each round the tools work again:
+# restoring all services must bring back exactly their run levels. Nothing that was not requested may
+# be switched, and no mark may be lost. A seed repeats the choices, but not the moments in time.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 host=$PWD/build/release/bin/optimize_host
@@ -208,10 +209,10 @@ check_round() {
         mapfile -t marked < <(sed -n '/^sshd \|^messagebus /d; s/ ignored .*//p' $conf.record)
         [[ ${#marked[@]} -ne 0 ]] && "$host" --no-units ignore_service off "${marked[@]}" >/dev/null 2>>log && restore
     } || die "round $round: cannot restore: $(<log)"
-    # Killed commands leave their temporary files, which are no business of the program.
+    # Killed commands leave their temporary files, which the program need not remove.
     rm -rf etc/new.* etc/xinetd.d/sed?????? tmp/listed*
-    diff -r before etc >&2 || die "round $round: run levels are lost"
-    ! grep -v '^#\| ignored ' $conf.record >&2 || die "round $round: still recorded"
+    diff -r before etc >&2 || die "round $round: run levels are lost; the differences are above"
+    ! grep -v '^#\| ignored ' $conf.record >&2 || die "round $round: all services are restored, but the record still has the lines above"
     [[ $(digest) == "$whole" ]] || die "round $round: $conf: damaged"
 }
 
