@@ -59,7 +59,7 @@ void sweep(Faults& faults, Attempt attempt)
     faults = {};
 }
 
-/// Puts off the exhaustion while it lives: for what a test itself needs within an attempt.
+/// Lets every `new` succeed while it lives: for memory that the test itself needs in an attempt.
 struct Unlimited {
     Unlimited() : m_armed(std::exchange(exhaustion, {})) {}
     Unlimited(const Unlimited&) = delete;

@@ -227,7 +227,8 @@ TEST_F(RecordTest, RefusesADamagedRecord)
     }
 }
 
-// A module that answers what it likes: its word alone changes nothing.
+// A module whose replies are false: without a listing that confirms them, the record does not
+// change.
 TEST_F(RecordTest, BelievesTheModuleOnlyTogetherWithTheFile)
 {
     using namespace transaction;

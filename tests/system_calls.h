@@ -7,12 +7,12 @@
 namespace system_calls
 {
 
-/// If not null, "open PATH; ", "fsync PATH; ", "renameat NEW-NAME; " and "symlinkat PATH; " are
-/// appended.
+/// If not null, each call appends its text: "open PATH; ", "fsync PATH; ", "renameat NEW-NAME; " or
+/// "symlinkat PATH; ".
 extern std::string* trace;
 
-/// If not null, runs before each of the calls but open and takes its name. The call fails with the
-/// error that it returns, unless that is 0.
+/// If not null, each call but open runs this function first, with the name of the call. If the
+/// function returns an error other than 0, the call fails with it.
 extern int (*before)(const std::string& call);
 
 } // namespace system_calls

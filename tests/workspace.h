@@ -9,8 +9,8 @@
 /// Changes to a temporary directory, whose bin/ is first on the search path, and removes it in the
 /// end. bin/ holds stand-ins for chkconfig and sed, so that no test reaches those of the system.
 /// `chkconfig --list` prints the file "listing". Every other command prints "done", and fails if
-/// its arguments contain a line of the file "failing". Switches are logged in the file "log". Throws std::runtime_error if programs cannot
-/// run there.
+/// its arguments contain a line of the file "failing". Switches are logged in the file "log".
+/// Throws std::runtime_error if programs cannot run there.
 class Workspace : public testing::Test
 {
 protected:
