@@ -140,10 +140,7 @@ Answer CallRunner::make(const Call& call, const Say& say)
         return answer;
     }
     if (!operation.writes) {
-        std::vector<transaction::Reply> items;
-        Answer answer = call_directly(m_interface, call, items);
-        answer.items = items;
-        return answer;
+        return call_directly(m_interface, call);
     }
     if (!m_manner.is_rehearsal) {
         return make_writing(call, say);
@@ -175,10 +172,7 @@ Answer CallRunner::make_writing(const Call& call, const Say& say)
     const transaction::Lock lock(configuration_path, say, transaction::Lock::Create::yes,
                                  m_manner.waiting);
     const IgnoredSignals ignored_signals;
-    std::vector<transaction::Reply> items;
-    Answer answer = call_directly(m_interface, call, items);
-    answer.items = items;
-    return answer;
+    return call_directly(m_interface, call);
 }
 
 /// Prints the answer, and tells people why the call failed, or which services were not handled, one

@@ -52,8 +52,7 @@ transaction::Call parts_of(rpc::IIfaceRealize& interface, const Call& call, Answ
         if (find_operation(operation).to != Operation::same) {
             part.arguments.ids = ids;
         }
-        std::vector<transaction::Reply> replies;
-        Answer made = call_directly(interface, part, replies);
+        Answer made = call_directly(interface, part);
         const bool has_reply = made.reply != nullptr;
         const std::string error = made.error;
         if (operation == call.operation) {
@@ -67,7 +66,7 @@ transaction::Call parts_of(rpc::IIfaceRealize& interface, const Call& call, Answ
         if (!error.empty()) {
             throw Refused(error);
         }
-        return replies;
+        return std::move(made.items);
     };
 }
 
@@ -161,15 +160,14 @@ std::vector<std::string> history(const std::vector<Outcome>& outcomes, bool on,
 
 } // namespace
 
-Answer call_directly(rpc::IIfaceRealize& interface, const Call& call,
-                     std::vector<transaction::Reply>& items)
+Answer call_directly(rpc::IIfaceRealize& interface, const Call& call)
 {
     fwbase::take_last_xml_error(); // discard the error of an earlier call
     Answer answer;
     ec::EC result = 0;
     answer.reply = call_module(
         interface, *make_call_block(call),
-        [&items](const fwbase::Message& item) { add_replies(item, items); }, result);
+        [&answer](const fwbase::Message& item) { add_replies(item, answer.items); }, result);
     answer.result = result;
     if (answer.reply && !ec::succeeded(answer.reply->code())) {
         answer.error = failure_of(call.operation);

@@ -7,10 +7,9 @@
 namespace host
 {
 
-/// Makes one call of the module, without a lock or a listing. Appends the replies that come before
-/// the final one to `items`. If the operation fails, the answer says why.
-Answer call_directly(rpc::IIfaceRealize& interface, const Call& call,
-                     std::vector<transaction::Reply>& items);
+/// Makes one call of the module, without a lock or a listing. If the operation fails, the answer
+/// says why.
+Answer call_directly(rpc::IIfaceRealize& interface, const Call& call);
 
 /// Takes the lock, lists the machine, makes the call, verifies it, and gives the lock back. Writes
 /// to the system log which services were switched. Ignores the signals of IgnoredSignals while it
