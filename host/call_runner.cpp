@@ -50,25 +50,6 @@ std::string missing_ids(const transaction::Ids& requested,
     return missing;
 }
 
-std::string label(const Outcome& outcome)
-{
-    const std::string id = std::to_string(outcome.id);
-    return outcome.name.empty() ? "id " + id
-                                : outcome.name + (outcome.has_id ? " (" + id + ")" : "");
-}
-
-/// Tells people what became of services that were not changed.
-void tell_outcomes(const std::vector<Outcome>& outcomes, const Say& say)
-{
-    for (const Outcome& each : outcomes) {
-        if (each.kind == Outcome::unchanged) {
-            say(label(each) + " is " + each.message);
-        } else if (each.kind == Outcome::not_handled) {
-            say(label(each) + " not handled: " + each.message);
-        }
-    }
-}
-
 } // namespace
 
 ExitStatus CallRunner::run(const std::vector<std::string>& words, const std::string& origin)
@@ -187,7 +168,11 @@ ExitStatus CallRunner::print(const Call& call, const Answer& answer, const Say& 
     } else if (!answer.error.empty() && !is_transaction) { // a transaction has said it already
         say(answer.error);
     }
-    tell_outcomes(answer.outcomes, say);
+    for (const Outcome& each : answer.outcomes) {
+        if (each.kind != Outcome::done) {
+            say(transaction::sentence_of(each));
+        }
+    }
     if (status == success) {
         tell_what_lacks(call, answer, say);
     }

@@ -51,12 +51,6 @@ void require_commands()
     }
 }
 
-std::string label(unsigned int id, const std::string& name)
-{
-    const std::string number = std::to_string(id);
-    return name.empty() ? "id " + number : name + " (" + number + ")";
-}
-
 /// Runs a part of a call. Returns false, and tells why, if the call is refused.
 template <class Part>
 bool is_done(const Say& say, Part part)
@@ -134,7 +128,8 @@ private:
             blocks.push_back(m_maker.service(&each));
             if (!blocks.back().block) {
                 blocks.pop_back();
-                m_say(label(each.entry.id, each.entry.name) + " is too long to be sent");
+                m_say(each.entry.name + " (" + std::to_string(each.entry.id) +
+                      ") is too long to be sent");
             }
         }
         return blocks;
@@ -148,8 +143,7 @@ private:
             if (each.kind == Outcome::done) {
                 blocks.push_back(m_maker.ids({each.id}));
             } else {
-                m_say(label(each.id, each.name) +
-                      (each.kind == Outcome::unchanged ? " is " : " not handled: ") + each.message);
+                m_say(sentence_of(each));
             }
         }
         return blocks;

@@ -478,6 +478,15 @@ std::vector<Outcome> Transaction::Work::outcomes(const std::vector<Wish>& wishes
     return all;
 }
 
+std::string sentence_of(const Outcome& outcome)
+{
+    const std::string id = std::to_string(outcome.id);
+    const std::string service =
+        outcome.name.empty() ? "id " + id : outcome.name + (outcome.has_id ? " (" + id + ")" : "");
+    return service + (outcome.kind == Outcome::unchanged ? " is " : " not handled: ") +
+           outcome.message;
+}
+
 Transaction::Transaction(const std::string& configuration, Call call, const Say& say,
                          const Waiting& waiting)
     : m_work(new Work(configuration, std::move(call), say, waiting))

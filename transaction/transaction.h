@@ -32,6 +32,10 @@ struct Outcome {
     bool has_id = true;
 };
 
+/// For people: why a service was not changed, such as "cups (3) is already off". Not for
+/// Outcome::done.
+std::string sentence_of(const Outcome& outcome);
+
 /// One call, from the lock to the verified result. Make one object per call.
 ///
 /// The memory of what was switched off is the record, a file beside the configuration. It wins over
