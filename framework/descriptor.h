@@ -1,6 +1,8 @@
-// A file descriptor that is closed by its owner.
+// A file descriptor that is closed by its owner, and writing to one.
 #pragma once
 
+#include <cerrno>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
 
@@ -34,5 +36,19 @@ private:
 
     int m_number = -1;
 };
+
+/// Writes all bytes, also if signals interrupt that. Returns false, with the reason in errno, if it
+/// fails.
+inline bool write_all(int file, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(file, bytes.data(), bytes.size());
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        bytes.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
+    }
+    return true;
+}
 
 } // namespace fwbase

@@ -130,11 +130,7 @@ public:
     void complete(std::string_view bytes, const Descriptor& old)
     {
         const int file = m_file.get();
-        while (!bytes.empty()) {
-            const ssize_t count = retry([&] { return ::write(file, bytes.data(), bytes.size()); });
-            check(m_path, count, "cannot write");
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        }
+        check(m_path, write_all(file, bytes) ? 0 : -1, "cannot write");
         if (old.is_open()) {
             const struct stat status = regular_status(m_path, old.get());
             check(m_path, ::fchown(file, status.st_uid, status.st_gid), "cannot keep the owner");

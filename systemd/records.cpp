@@ -59,13 +59,7 @@ bool write_file(const fs::path& path, const std::string& text)
     const fwbase::Descriptor file(open(path.c_str(),
                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                        S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH));
-    bool done = file.is_open();
-    for (std::size_t at = 0; done && at < text.size();) {
-        const ssize_t count = write(file.get(), text.data() + at, text.size() - at);
-        done = count >= 0 || errno == EINTR;
-        at += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
-    return done && fsync(file.get()) == 0;
+    return file.is_open() && fwbase::write_all(file.get(), text) && fsync(file.get()) == 0;
 }
 
 } // namespace
