@@ -26,8 +26,8 @@ using transaction::Outcome;
 
 constexpr const char* list_path = "//kavra_conf/service_optimize";
 
-/// Throws unless the module would switch a service of this name: the name becomes a word of a
-/// command, and chkconfig has to print it in a line that the module reads.
+/// Throws unless the module would switch a service of this name: the name becomes a word of a shell
+/// command and perhaps a file name, and the module has to find it in a line of chkconfig.
 void require_switchable(const std::string& name)
 {
     constexpr std::size_t longest = 200; // in bytes
@@ -36,14 +36,14 @@ void require_switchable(const std::string& name)
         const auto byte = static_cast<unsigned char>(character);
         return byte <= ' ' || byte == 0x7F || interpreted.find(character) != std::string_view::npos;
     };
+    // An option, a folder, or a name in which the module would find the column of run level 0.
+    const bool is_reserved =
+        name.front() == '-' || name == "." || name == ".." || name.find("0:") != std::string::npos;
     const char* const fault = name.size() > longest ? "is longer than 200 bytes"
-                              : name.front() == '-' || name == "." || name == ".." ||
-                                      name.find("0:") != std::string::npos // of a listing's columns
-
-                                  ? "is not a valid name of a service"
-                                  : std::any_of(name.begin(), name.end(), is_interpreted)
-                                        ? "has a character that commands cannot take"
-                                        : nullptr;
+                              : is_reserved         ? "is not a valid name of a service"
+                              : std::any_of(name.begin(), name.end(), is_interpreted)
+                                  ? "has a character that commands cannot take"
+                                  : nullptr;
     if (fault != nullptr) {
         throw Refused("'" + name + "' " + fault);
     }
