@@ -43,7 +43,7 @@ void enter(const std::string& directory)
     fs::current_path(top / directory);
 }
 
-/// Enters the directory of a figure's number of entries.
+/// Enters the working directory that has as many entries as the benchmark asks for.
 void enter(const State& state)
 {
     enter(std::to_string(state.range(0)));

@@ -1,6 +1,7 @@
 """Drives the page in Cockpit with a browser, on copies of the embedded machine.
 
-page_test.py PROGRAM [TEST...]. Needs root's rights, because half of it is about having them or not. page-test.sh runs it.
+page_test.py PROGRAM [TEST...]. Needs root's rights, because it opens the page with these rights and without.
+page-test.sh runs it.
 """
 import json
 import os
@@ -378,7 +379,7 @@ def test_chinese(page):
 
 
 def test_translations(_):
-    """They have the keys of the files, none missing and none unused."""
+    """The translations have the texts of the page: none is missing and none unused."""
     texts = {each.name: each.read_text() for each in SOURCE.iterdir()}
     code = "".join(text for name, text in texts.items() if name.endswith(".js") and not name.startswith("po."))
     label = json.loads(texts["manifest.json"])["menu"]["index"]["label"]

@@ -104,13 +104,13 @@ owned<fwbase::IDataBlock> make_call(rpc::IMsgFactory& factory, const char* opera
     return block;
 }
 
-/// The signals that stop the program. They are ignored, because commands inherit that: a command
-/// that they end leaves a service half switched. They are blocked, too, because then the system
-/// keeps an ignored signal until it is asked for.
+/// The signals that stop the program. They are ignored, and commands inherit that, because a
+/// command that is ended leaves a service half switched. They are blocked, too, because then the
+/// system keeps an ignored signal until the program asks for it.
 class StopSignals
 {
 public:
-    /// To be made before any thread starts, which inherits it.
+    /// Make this object before any thread starts, so that all threads block the signals.
     StopSignals()
     {
         sigemptyset(&m_all);
@@ -123,7 +123,7 @@ public:
         }
     }
 
-    /// Throws std::runtime_error if one has come.
+    /// Throws std::runtime_error if one of the signals has arrived.
     void check() const
     {
         const timespec now = {0, 0};
@@ -193,7 +193,7 @@ int main(int count, char** arguments)
         return 2;
     }
     std::signal(SIGCHLD, SIG_DFL); // the module needs the status of its commands
-    std::signal(SIGPIPE, SIG_IGN); // a client that has gone is no reason to die
+    std::signal(SIGPIPE, SIG_IGN); // a client that closes its connection must not end the program
     const Ids ids(1, static_cast<unsigned int>(id));
     try {
         if (count == 1) {
