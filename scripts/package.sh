@@ -147,8 +147,10 @@ check() {
     option=$(PKG_CONFIG_LIBDIR=${libraries%/*}/pkgconfig pkg-config --variable=systemd_tools optimize-option)
     [[ -x $option/chkconfig ]] || die "pkg-config names no folder with the chkconfig of systemd: $option"
     check_hardened "$host" "$option/chkconfig" "$libraries"/{libfwbase,rpc_ireal_Optimize_Option}.so
-    # The headers are complete: each compiles by itself, unless that cannot work.
-    local compile=("${CXX:-c++}" -std=c++11 -fsyntax-only -x c++ -I "$root/usr/include/optimize_option")
+    # The headers are complete: each compiles by itself, unless that cannot work. The compiler would look
+    # in the working folder first.
+    local compile=(env -C "$root" "${CXX:-c++}" -std=c++11 -fsyntax-only -x c++)
+    compile+=(-I "$root/usr/include/optimize_option")
     while read -r file; do
         "${compile[@]}" -Wall -Wextra -Wpedantic -Werror -include "$file" /dev/null ||
             die "$file does not compile"
