@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cerrno>
-#include <string_view>
+#include <cstddef>
 #include <unistd.h>
 #include <utility>
 
@@ -39,14 +39,16 @@ private:
 
 /// Writes all bytes, also if signals interrupt that. Returns false, with the reason in errno, if it
 /// fails.
-inline bool write_all(int file, std::string_view bytes)
+inline bool write_all(int file, const char* bytes, std::size_t size)
 {
-    while (!bytes.empty()) {
-        const ssize_t count = ::write(file, bytes.data(), bytes.size());
+    while (size != 0) {
+        const ssize_t count = ::write(file, bytes, size);
         if (count < 0 && errno != EINTR) {
             return false;
         }
-        bytes.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
+        const std::size_t written = count > 0 ? static_cast<std::size_t>(count) : 0;
+        bytes += written;
+        size -= written;
     }
     return true;
 }

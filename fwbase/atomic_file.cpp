@@ -130,7 +130,7 @@ public:
     void complete(std::string_view bytes, const Descriptor& old)
     {
         const int file = m_file.get();
-        check(m_path, write_all(file, bytes) ? 0 : -1, "cannot write");
+        check(m_path, write_all(file, bytes.data(), bytes.size()) ? 0 : -1, "cannot write");
         if (old.is_open()) {
             const struct stat status = regular_status(m_path, old.get());
             check(m_path, ::fchown(file, status.st_uid, status.st_gid), "cannot keep the owner");

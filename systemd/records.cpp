@@ -59,7 +59,8 @@ bool write_file(const fs::path& path, const std::string& text)
     const fwbase::Descriptor file(open(path.c_str(),
                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                        S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH));
-    return file.is_open() && fwbase::write_all(file.get(), text) && fsync(file.get()) == 0;
+    return file.is_open() && fwbase::write_all(file.get(), text.data(), text.size()) &&
+           fsync(file.get()) == 0;
 }
 
 } // namespace

@@ -82,9 +82,10 @@ void replace_file(int folder, const std::string& path, const std::string& text)
     const fwbase::Descriptor file(openat(folder, temporary.c_str(),
                                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                          S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH));
-    const bool done =
-        file.is_open() && fwbase::write_all(file.get(), text) && fsync(file.get()) == 0 &&
-        renameat(folder, temporary.c_str(), folder, name.c_str()) == 0 && flush_folder(folder);
+    const bool done = file.is_open() && fwbase::write_all(file.get(), text.data(), text.size()) &&
+                      fsync(file.get()) == 0 &&
+                      renameat(folder, temporary.c_str(), folder, name.c_str()) == 0 &&
+                      flush_folder(folder);
     if (!done) {
         const int reason = errno;
         unlinkat(folder, temporary.c_str(), 0);
