@@ -119,13 +119,22 @@ check_kept
 install this
 check_kept
 
-step='purge with a service that is switched off'
-remove 'cups 2345'
+step='purge with services that are switched off'
+mkdir "$state/links"
+touch "$state"/links/{lock,telnet.socket.pending,cups.service}
+remove 'cups 2345 telnet.socket (links)'
 if [[ $kind == DEB ]]; then
     in_root dpkg --no-triggers --purge "${names[@]}" || die 'purging failed'
     grep -q "still switched off: .*/conf.xml.record and " "$log" || die 'the record is not mentioned'
     [[ $(ls "${conf%/*}") == conf.xml.record ]] || die "kept: $(ls "${conf%/*}")"
+    mv "$conf.record" "$folder"
+    install this
+    remove 'cups (links) telnet.socket (links)'
+    in_root dpkg --no-triggers --purge "${names[@]}" || die 'purging failed'
+    [[ -e $state/links/cups.service && ! -e $conf ]] || die "left in ${state#"$root"}: $(ls -AR "$state")"
+    mv "$folder/conf.xml.record" "${conf%/*}"
 fi
+rm "$state"/links/*.*
 install this
 in_root sh -c 'cd / && optimize_host --no-units restore_service --all' || die 'restore_service failed'
 in_root chkconfig --list cups && grep -q '2:on.*5:on' "$log" || die 'cups is not on'
@@ -136,14 +145,24 @@ remove
 [[ $kind == RPM ]] || purge
 rm -rf "$state"
 
-step='a link to another folder'
+step='links to another folder and to another file'
 mkdir "$root/srv/elsewhere"
 ln -s ../../srv/elsewhere "$state"
 install this
 check_sample
-remove
+mv "$conf" "$root/srv/shared.xml"
+ln -s /srv/shared.xml "$conf"
+in_root sh -c 'cd / && optimize_host --no-units optimize_service cups' || die 'optimize_service failed'
+remove 'cups 2345'
 install this
 install next
-[[ -L $state && -e $conf ]] || die 'the link is gone'
+if [[ $kind == DEB ]]; then # a removal that is cut short
+    in_root /var/lib/dpkg/info/optimize-option.prerm remove || die 'the prerm failed'
+    rm "$state"
+    mkdir "$state"
+    install next
+fi
+[[ -L $state && ! -L $state.link && -L $conf ]] || die 'a link is gone'
+in_root sh -c 'cd / && optimize_host --no-units restore_service --all' || die 'restore_service failed'
 purge
 [[ -z $(ls -A "$root/srv/elsewhere") ]] || die 'the folder behind the link is not empty'
