@@ -183,11 +183,13 @@ check() {
 # Checks the files of a kind of package with its checker. Shows warnings; errors fail, but for the signature
 # of whoever publishes the packages.
 lint() {
-    local findings
+    local findings status=0
     if [[ $1 == DEB ]] && command -v lintian >/dev/null; then
-        findings=$(lintian --allow-root "${@:2}" 2>&1) || true
+        findings=$(lintian --allow-root "${@:2}" 2>&1) || status=$?
+        [[ $status -le 1 ]] || die "DEB: lintian failed: $findings"
     elif [[ $1 == RPM && $(rpmlint --version 2>/dev/null) =~ (^|[ ])[2-9][.] ]]; then
         findings=$(rpmlint "${@:2}" 2>&1) || true
+        [[ $findings == *' checked; '* ]] || die "RPM: rpmlint failed: $findings"
     else
         echo "$1: not checked by $([[ $1 == DEB ]] && echo lintian || echo rpmlint 2), which is not here"
         return
@@ -226,10 +228,13 @@ check_kind() {
     live "$1"
 }
 
+# Makes the source archive, the same whenever it is made.
 make_archive() {
+    local released
+    released=$(sed -n 's/^ -- .*>  //p' packaging/debian/changelog | head -n1)
     rm -rf "$build"
     mkdir -p "$build"
-    tar --exclude=./.git --exclude=./build --exclude=__pycache__ --exclude=./.cache \
+    tar --mtime="$released" --exclude='*~' --exclude=./.git --exclude=./build --exclude=__pycache__ --exclude=./.cache \
         --exclude=./compile_commands.json --transform "s,^[.],optimize-option-$version," --sort=name \
         --owner=root:0 --group=root:0 --mode=u+rw,go=rX -czf "$archive" .
 }
@@ -242,8 +247,8 @@ make_DEB() {
     cp -R "$source/packaging/debian" "$source"
     (
         cd "$source"
-        export DEB_BUILD_OPTIONS="parallel=$(nproc) ${DEB_BUILD_OPTIONS-}"
-        quietly "$build/deb.log" dpkg-buildpackage -us -uc
+        quietly "$build/deb.log" env DEB_BUILD_OPTIONS="parallel=$(nproc) ${DEB_BUILD_OPTIONS-}" \
+            dpkg-buildpackage -us -uc
     )
     find "$place/debian" -maxdepth 1 -type f -exec mv -t "$build" {} +
     tree=$(echo "$source"/obj-*)
@@ -254,17 +259,20 @@ later_DEB() {
     local file
     for file in "${files[@]}"; do
         dpkg-deb -R "$file" "$place/later"
-        sed -i "s/$version-1/$version-99/" "$place/later/DEBIAN/control"
+        sed -i "s/$(dpkg-deb -f "$file" Version)/$version-99/" "$place/later/DEBIAN/control"
         change_sample "$place/later"
         quietly "$build/deb.log" dpkg-deb --root-owner-group -b "$place/later" "$1"
         rm -r "$place/later"
     done
 }
 
-# What is needed to build is here, but on Debian the database of RPM does not know.
+# What is needed to build is here, but on Debian the database of RPM does not know. There, RPM also has other
+# steps after an installation, of which only one is of use.
 rpm_build() {
+    local packager='Optimize_Option maintainers <maintainers@optimize-option.invalid>'
+    [[ $manager == dnf ]] || set -- --define '__os_install_post /usr/lib/rpm/brp-strip strip' "$@"
     quietly "$build/rpm.log" rpmbuild --nodeps --noclean --define "_topdir $place/rpmbuild" \
-        --define 'packager Optimize_Option maintainers <maintainers@optimize-option.invalid>' "$@"
+        --define "packager $packager" "$@"
 }
 
 make_RPM() {
@@ -313,7 +321,7 @@ else
 fi
 
 make_RPM
-libraries=lib64
+libraries=$(rpm --eval %_lib)
 names=
 files=()
 mkdir "$place/RPM"
