@@ -1,8 +1,5 @@
 # What an installation holds.
 include(GNUInstallDirs)
-# Everybody can read the folders, whatever the umask is.
-set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
-  GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 file(RELATIVE_PATH libraries ${CMAKE_INSTALL_FULL_BINDIR}
   ${CMAKE_INSTALL_FULL_LIBDIR}/optimize_option)
 set_target_properties(optimize_host PROPERTIES INSTALL_RPATH $ORIGIN/${libraries})
@@ -67,7 +64,7 @@ target_compile_definitions(host_objects PUBLIC INSTALLED_DIRECTORY="${STATE}"
   UNITS_FOLDER="${CMAKE_INSTALL_FULL_LIBEXECDIR}/optimize_option/systemd")
 install(DIRECTORY config DESTINATION ${CMAKE_INSTALL_DATADIR}/optimize_option)
 # The program looks for its configuration in the folder of the prefix that it was built for, and changes
-# it. It is made from the sample if there is none.
+# it. It is made from the sample if there is none, for everybody to read whatever the umask is.
 install(CODE "
   set(configuration \"\$ENV{DESTDIR}${STATE}/config/system_operation/conf.xml\")
   if(NOT CMAKE_INSTALL_PREFIX STREQUAL \"${CMAKE_INSTALL_PREFIX}\")
@@ -76,4 +73,6 @@ install(CODE "
     message(STATUS \"Kept: \${configuration}\")
   else()
     file(INSTALL DESTINATION \"${STATE}\" TYPE DIRECTORY FILES \"${PROJECT_SOURCE_DIR}/config\")
+    file(CHMOD \"\$ENV{DESTDIR}${STATE}\" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+      GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
   endif()")
