@@ -38,6 +38,11 @@ in_root() {
     env PATH="/packages/machine/bin:$PATH" OPTIMIZE_HOST_LOG=/packages/history chroot "$root" "$@" >"$log" 2>&1
 }
 
+# Makes a call of the program, in the folder "/".
+call() {
+    in_root optimize_host --no-units "$@" || die "$1 failed"
+}
+
 rpm_in_root() {
     # A database of its own: that of this machine may be of another kind. So no dependency is met.
     rpm --root "$root" --dbpath /var/lib/life_cycle_rpm "$@" >"$log" 2>&1
@@ -100,10 +105,9 @@ facts=$(stat -c '%a %U:%G %F' "$state" "$state/config" "$conf" | tr '\n' ';')
     die "wrong modes: $facts"
 
 step=use
-in_root sh -c 'cd / && optimize_host --no-units ls_service' || die 'ls_service failed'
+call ls_service
 [[ $(grep -c ' 0 none ' "$log") -eq 19 ]] || die 'the embedded machine is not listed'
-in_root sh -c 'cd / && optimize_host --no-units optimize_service cups' ||
-    die 'optimize_service failed'
+call optimize_service cups
 cp "$conf" "$folder/used"
 cp "$conf.record" "$folder/record"
 ! cmp -s "$sample" "$folder/used" || die 'the configuration was not written'
@@ -136,9 +140,9 @@ if [[ $kind == DEB ]]; then
 fi
 rm "$state"/links/*.*
 install this
-in_root sh -c 'cd / && optimize_host --no-units restore_service --all' || die 'restore_service failed'
+call restore_service --all
 in_root chkconfig --list cups && grep -q '2:on.*5:on' "$log" || die 'cups is not on'
-in_root sh -c 'cd / && optimize_host --no-units ignore_service on atd' || die 'ignore_service failed'
+call ignore_service on atd
 
 step='purge after removal'
 remove
@@ -152,7 +156,7 @@ install this
 check_sample
 mv "$conf" "$root/srv/shared.xml"
 ln -s /srv/shared.xml "$conf"
-in_root sh -c 'cd / && optimize_host --no-units optimize_service cups' || die 'optimize_service failed'
+call optimize_service cups
 remove 'cups 2345'
 install this
 install next
@@ -163,6 +167,6 @@ if [[ $kind == DEB ]]; then # a removal that is cut short
     install next
 fi
 [[ -L $state && ! -L $state.link && -L $conf ]] || die 'a link is gone'
-in_root sh -c 'cd / && optimize_host --no-units restore_service --all' || die 'restore_service failed'
+call restore_service --all
 purge
 [[ -z $(ls -A "$root/srv/elsewhere") ]] || die 'the folder behind the link is not empty'
