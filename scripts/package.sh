@@ -231,11 +231,12 @@ check_kind() {
 # Makes the source archive, the same whenever it is made.
 make_archive() {
     local released
-    released=$(sed -n 's/^ -- .*>  //p' packaging/debian/changelog | head -n1)
+    released=$(sed -n '/^ -- /{s/.*>  //p;q}' packaging/debian/changelog)
     rm -rf "$build"
     mkdir -p "$build"
-    tar --mtime="$released" --exclude='*~' --exclude=./.git --exclude=./build --exclude=__pycache__ --exclude=./.cache \
-        --exclude=./compile_commands.json --transform "s,^[.],optimize-option-$version," --sort=name \
+    tar --mtime="$released" --exclude='*~' --exclude=./.git --exclude=./build --exclude=__pycache__ \
+        --exclude=./.cache --exclude=./compile_commands.json --sort=name \
+        --transform "s,^[.],optimize-option-$version," \
         --owner=root:0 --group=root:0 --mode=u+rw,go=rX -czf "$archive" .
 }
 
